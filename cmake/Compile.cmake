@@ -1,0 +1,47 @@
+# Flags of every target: warnings are errors, the program is hardened, and its bytes do not depend on where or when it
+# was built.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+option(KVX_TRAP_UNDEFINED "Stop at undefined behaviour (clang)" OFF)
+
+add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX WINVER=0x0A00 _WIN32_WINNT=0x0A00
+                        NTDDI_VERSION=0x0A000006)
+add_compile_options(
+  -fstack-protector-strong
+  -ffunction-sections
+  -fdata-sections
+  "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=."
+  "-ffile-prefix-map=${CMAKE_BINARY_DIR}=build")
+add_link_options(
+  -static
+  -fstack-protector-strong
+  -Wl,--gc-sections
+  -Wl,--dynamicbase
+  -Wl,--nxcompat
+  -Wl,--high-entropy-va
+  -Wl,--no-insert-timestamp)
+add_link_options($<$<CONFIG:Release>:-s>)
+
+if(KVX_TRAP_UNDEFINED)
+  add_compile_options(-fsanitize=undefined -fsanitize-trap=all)
+endif()
+
+# Kept out of add_compile_options so that GoogleTest, which is not ours, is not held to them.
+set(kvx_warnings -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast
+                 -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wundef)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  list(APPEND kvx_warnings -Wduplicated-cond -Wlogical-op -Wuseless-cast)
+endif()
+
+# kvx_library(NAME SOURCES... LIBRARIES...): one static library a folder, included as "folder/file.h".
+function(kvx_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_compile_options(${name} PRIVATE ${kvx_warnings})
+  target_link_libraries(${name} PUBLIC ${arg_LIBRARIES})
+endfunction()

@@ -1,0 +1,51 @@
+#include "foundations/display_format.h"
+
+#include <cwchar>
+#include <iterator>
+
+namespace kvx {
+namespace {
+
+constexpr size_t text_buffer_chars = 64;
+
+}  // namespace
+
+std::wstring format_size(uint64_t bytes) {
+  constexpr uint64_t kb = 1ULL << 10;
+  constexpr uint64_t mb = 1ULL << 20;
+  constexpr uint64_t gb = 1ULL << 30;
+  const double count = static_cast<double>(bytes);
+  wchar_t text[text_buffer_chars];
+  if (bytes >= gb) {
+    std::swprintf(text, std::size(text), L"%.2f GB", count * (1.0 / gb));
+  } else if (bytes >= mb) {
+    std::swprintf(text, std::size(text), L"%.1f MB", count * (1.0 / mb));
+  } else if (bytes >= kb) {
+    std::swprintf(text, std::size(text), L"%.0f KB", count * (1.0 / kb));
+  } else {
+    std::swprintf(text, std::size(text), L"%llu bytes", bytes);
+  }
+  return text;
+}
+
+std::wstring format_duration(double seconds) {
+  constexpr double longest_shown_seconds = 360000;
+  if (!(seconds >= 0) || seconds > longest_shown_seconds) return {};  // also refuses a NaN
+  wchar_t text[text_buffer_chars];
+  if (seconds < 60) {
+    std::swprintf(text, std::size(text), L"about %d s", static_cast<int>(seconds + 0.5));
+  } else if (seconds < 3600) {
+    std::swprintf(text, std::size(text), L"about %d min", static_cast<int>(seconds / 60 + 0.5));
+  } else {
+    int hours = static_cast<int>(seconds / 3600);
+    int minutes = static_cast<int>((seconds - hours * 3600.0) / 60 + 0.5);
+    if (minutes == 60) {
+      ++hours;
+      minutes = 0;
+    }
+    std::swprintf(text, std::size(text), L"about %d h %02d min", hours, minutes);
+  }
+  return text;
+}
+
+}  // namespace kvx

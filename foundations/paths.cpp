@@ -1,0 +1,45 @@
+#include "foundations/paths.h"
+
+#include <windows.h>
+
+namespace kvx {
+namespace {
+
+constexpr wchar_t separators[] = L"\\/";
+constexpr size_t drive_root_chars = 3;  // "C:\"
+
+}  // namespace
+
+std::wstring long_path(const std::wstring& path) {
+  if (path.starts_with(LR"(\\?\)")) return path;
+  if (path.starts_with(LR"(\\)")) return LR"(\\?\UNC\)" + path.substr(2);
+  return LR"(\\?\)" + path;
+}
+
+std::wstring full_path(const std::wstring& path) {
+  const DWORD needed = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  if (needed == 0) return path;
+  std::wstring result(needed, L'\0');
+  result.resize(GetFullPathNameW(path.c_str(), needed, result.data(), nullptr));
+  while (result.size() > drive_root_chars && (result.back() == L'\\' || result.back() == L'/')) result.pop_back();
+  return result;
+}
+
+std::wstring join_path(const std::wstring& folder, const std::wstring& name) {
+  if (folder.empty()) return name;
+  return folder.back() == L'\\' ? folder + name : folder + L'\\' + name;
+}
+
+std::wstring parent_path(const std::wstring& path) {
+  const size_t separator = path.find_last_of(separators);
+  if (separator == std::wstring::npos) return {};
+  if (separator == 2 && path[1] == L':') return path.substr(0, drive_root_chars);
+  return path.substr(0, separator);
+}
+
+std::wstring file_name(const std::wstring& path) {
+  const size_t separator = path.find_last_of(separators);
+  return separator == std::wstring::npos ? path : path.substr(separator + 1);
+}
+
+}  // namespace kvx

@@ -1,0 +1,200 @@
+#include "manifest/manifest.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <utility>
+
+#include "foundations/text.h"
+#include "foundations/version_number.h"
+#include "manifest/managed_path.h"
+#include "manifest/manifest_fields.h"
+
+namespace kvx {
+namespace {
+
+constexpr int64_t supported_format = 1;
+constexpr char product_name[] = "KVX";
+constexpr size_t longest_channel_bytes = 32;
+constexpr size_t longest_argument_bytes = 1024;
+constexpr uint64_t largest_launcher_bytes = 268435456;
+
+bool fail(std::string text, std::string& error) {
+  error = std::move(text);
+  return false;
+}
+
+std::string quoted(const std::string& path) { return "\"" + path + "\""; }
+
+// Reads one document into one manifest; each function is one group of its members.
+class ManifestReader {
+ public:
+  ManifestReader(const JsonValue& root, std::wstring_view own_name, Manifest& out, std::string& error)
+      : root_(root), own_name_(own_name), out_(out), error_(error) {}
+
+  bool read() {
+    return read_format() && read_plain_fields() && check_identity() &&
+           read_launcher_entry(root_, out_.launcher, error_) && read_args() && read_files() && read_removals() &&
+           check_exe();
+  }
+
+ private:
+  bool read_format() {
+    if (root_.object() == nullptr) return fail("manifest is not a JSON object", error_);
+    const JsonValue* format = root_.find_member("format");
+    if (format == nullptr || format->integer() == nullptr) return fail("missing \"format\"", error_);
+    out_.format = *format->integer();
+    if (out_.format == supported_format) return true;
+    return fail("manifest format " + std::to_string(out_.format) + " is not supported by this launcher", error_);
+  }
+
+  bool read_plain_fields() {
+    uint64_t serial = 0;
+    if (!read_string_field(root_, "product", Presence::required, out_.product, error_) ||
+        !read_string_field(root_, "channel", Presence::required, out_.channel, error_) ||
+        !read_string_field(root_, "version", Presence::required, out_.version, error_) ||
+        !read_string_field(root_, "exe", Presence::required, out_.exe, error_) ||
+        !read_string_field(root_, "notes", Presence::optional, out_.notes, error_) ||
+        !read_string_field(root_, "published", Presence::optional, out_.published, error_) ||
+        !read_unsigned_field(root_, "min_free_disk", Presence::optional, out_.min_free_disk, error_) ||
+        !read_unsigned_field(root_, "total_size", Presence::optional, out_.total_size, error_) ||
+        !read_unsigned_field(root_, "serial", Presence::required, serial, error_)) {
+      return false;
+    }
+    out_.serial = static_cast<int64_t>(serial);
+    return true;
+  }
+
+  bool check_identity() {
+    if (out_.product != product_name) return fail("manifest is for a different product", error_);
+    if (!is_channel_name(out_.channel)) return fail("invalid channel name", error_);
+    if (!is_version(out_.version)) return fail("invalid version", error_);
+    return true;
+  }
+
+  bool read_args() {
+    const JsonValue* args = find_present(root_, "args");
+    if (args == nullptr) return true;
+    if (args->array() == nullptr) return fail("\"args\" must be an array", error_);
+    for (const JsonValue& element : *args->array()) {
+      const std::string* text = element.string();
+      if (text == nullptr || text->size() > longest_argument_bytes) {
+        return fail("\"args\" entries must be strings", error_);
+      }
+      out_.args.push_back(*text);
+    }
+    return true;
+  }
+
+  bool read_files() {
+    const JsonValue* files = root_.find_member("files");
+    if (files == nullptr || files->array() == nullptr || files->array()->empty()) {
+      return fail("missing \"files\"", error_);
+    }
+    const size_t count = files->array()->size();
+    out_.files.reserve(count);
+    file_identities_.reserve(count);
+    uint64_t sum = 0;
+    for (const JsonValue& element : *files->array()) {
+      if (!read_file_entry(element)) return false;
+      sum += out_.files.back().size;
+    }
+    if (out_.total_size == 0) out_.total_size = sum;
+    return true;
+  }
+
+  bool read_file_entry(const JsonValue& element) {
+    if (element.object() == nullptr) return fail("\"files\" entries must be objects", error_);
+    ManifestFile file;
+    if (!read_string_field(element, "path", Presence::required, file.path, error_) ||
+        !read_unsigned_field(element, "size", Presence::required, file.size, error_) ||
+        !read_string_field(element, "sha256", Presence::required, file.sha256, error_)) {
+      return false;
+    }
+    std::string reason;
+    if (!is_managed_path(file.path, own_name_, reason)) {
+      return fail("rejected path " + quoted(file.path) + ": " + reason, error_);
+    }
+    if (!is_sha256_hex(file.sha256)) return fail("invalid sha256 for " + quoted(file.path), error_);
+    file.native_path = native_path(file.path);
+    if (!file_identities_.insert(path_identity(file.native_path)).second) {
+      return fail("duplicate path " + quoted(file.path), error_);
+    }
+    out_.files.push_back(std::move(file));
+    return true;
+  }
+
+  bool read_removals() {
+    const JsonValue* removals = find_present(root_, "remove");
+    if (removals == nullptr) return true;
+    if (removals->array() == nullptr) return fail("\"remove\" must be an array", error_);
+    for (const JsonValue& element : *removals->array()) {
+      if (!read_removal(element)) return false;
+    }
+    return true;
+  }
+
+  bool read_removal(const JsonValue& element) {
+    if (element.string() == nullptr) return fail("\"remove\" entries must be strings", error_);
+    const std::string& path = *element.string();
+    std::string reason;
+    if (!is_managed_path(path, own_name_, reason)) {
+      return fail("rejected remove path " + quoted(path) + ": " + reason, error_);
+    }
+    std::wstring native = native_path(path);
+    if (is_listed_file(native)) return fail("path " + quoted(path) + " is listed in both files and remove", error_);
+    out_.remove.push_back({path, std::move(native)});
+    return true;
+  }
+
+  bool check_exe() {
+    std::string reason;
+    if (!is_managed_path(out_.exe, own_name_, reason)) return fail("rejected exe path: " + reason, error_);
+    if (is_listed_file(native_path(out_.exe))) return true;
+    return fail("the start program is not part of the manifest", error_);
+  }
+
+  [[nodiscard]] bool is_listed_file(std::wstring_view native) const {
+    return file_identities_.contains(path_identity(native));
+  }
+
+  const JsonValue& root_;
+  std::wstring_view own_name_;
+  Manifest& out_;
+  std::string& error_;
+  std::unordered_set<std::wstring> file_identities_;
+};
+
+bool is_valid_launcher_entry(const LauncherEntry& entry) {
+  return is_version(entry.version) && is_sha256_hex(entry.sha256) && entry.size >= 1 &&
+         entry.size <= largest_launcher_bytes;
+}
+
+}  // namespace
+
+bool is_channel_name(std::string_view name) {
+  return !name.empty() && name.size() <= longest_channel_bytes && std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+  });
+}
+
+bool read_manifest(const JsonValue& root, std::wstring_view own_name, Manifest& out, std::string& error) {
+  out = Manifest();
+  return ManifestReader(root, own_name, out, error).read();
+}
+
+bool read_launcher_entry(const JsonValue& root, LauncherEntry& out, std::string& error) {
+  out = LauncherEntry();
+  const JsonValue* launcher = find_present(root, "launcher");
+  if (launcher == nullptr) return true;
+  if (launcher->object() == nullptr) return fail("\"launcher\" must be an object", error);
+  if (!read_string_field(*launcher, "version", Presence::required, out.version, error) ||
+      !read_string_field(*launcher, "sha256", Presence::required, out.sha256, error) ||
+      !read_unsigned_field(*launcher, "size", Presence::required, out.size, error)) {
+    return false;
+  }
+  if (!is_valid_launcher_entry(out)) return fail("invalid \"launcher\" entry", error);
+  out.present = true;
+  return true;
+}
+
+}  // namespace kvx

@@ -1,0 +1,158 @@
+#include "net/transfer.h"
+
+#include <windows.h>
+#include <winhttp.h>
+
+#include <string_view>
+#include <vector>
+
+#include "net/content_range.h"
+#include "net/http_request.h"
+#include "net/url.h"
+
+namespace kvx {
+namespace {
+
+constexpr size_t memory_chunk_bytes = 262144;
+constexpr size_t download_chunk_bytes = 1048576;
+
+constexpr uint32_t http_ok = 200;
+constexpr uint32_t http_partial_content = 206;
+constexpr uint32_t http_range_not_satisfiable = 416;
+
+// Fills `got` with the bytes read into `buffer`, 0 at the end of the body.
+bool read_chunk(const HttpRequest& request, std::vector<uint8_t>& buffer, size_t& got, const char* step,
+                std::string& error) {
+  DWORD count = 0;
+  if (WinHttpReadData(request.request.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &count) == 0) {
+    error = describe_http_error(step, GetLastError());
+    return false;
+  }
+  got = count;
+  return true;
+}
+
+bool read_body(const HttpRequest& request, std::string& body, uint64_t max_bytes, std::string& error) {
+  std::vector<uint8_t> buffer(memory_chunk_bytes);
+  for (;;) {
+    size_t got = 0;
+    if (!read_chunk(request, buffer, got, "read", error)) return false;
+    if (got == 0) return true;
+    if (body.size() + got > max_bytes) {
+      error = "response is larger than expected";
+      return false;
+    }
+    body.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(got));
+  }
+}
+
+// One download, used once.
+class RangeDownload {
+ public:
+  RangeDownload(uint64_t offset, uint64_t total_size, const TransferSink& sink, const std::atomic<bool>* cancel_flag,
+                std::string& error)
+      : offset_(offset), total_size_(total_size), sink_(sink), cancel_flag_(cancel_flag), error_(error) {}
+
+  TransferResult run(const HttpSession& session, const std::wstring& url, uint32_t& http_status) {
+    http_status = 0;
+    UrlParts parts;
+    if (!parse_url(url, parts, error_)) return TransferResult::protocol;
+    uint32_t status = 0;
+    if (!send_request(session, parts, range_header(), request_, status, error_)) return TransferResult::network;
+    http_status = status;
+    const TransferResult accepted = check_response(status);
+    return accepted == TransferResult::ok ? receive() : accepted;
+  }
+
+ private:
+  TransferResult fail(TransferResult result, std::string text) {
+    error_ = std::move(text);
+    return result;
+  }
+
+  [[nodiscard]] std::wstring range_header() const {
+    return offset_ == 0 ? std::wstring() : L"Range: bytes=" + std::to_wstring(offset_) + L"-\r\n";
+  }
+
+  TransferResult check_response(uint32_t status) {
+    switch (status) {
+      case http_range_not_satisfiable:
+        return fail(TransferResult::range_rejected, "the server rejected the resume position (HTTP 416)");
+      case http_ok: return offset_ > 0 ? TransferResult::range_ignored : check_whole_file();
+      case http_partial_content: return check_partial_content();
+      default: return fail(TransferResult::http_status, "the server answered HTTP " + std::to_string(status));
+    }
+  }
+
+  TransferResult check_whole_file() {
+    std::wstring header;
+    if (!query_header_text(request_.request, WINHTTP_QUERY_CONTENT_LENGTH, header)) return TransferResult::ok;
+    std::wstring_view text = header;
+    uint64_t length = 0;
+    if (!take_number(text, length) || length == total_size_) return TransferResult::ok;
+    return fail(TransferResult::protocol, "the server reports a different file size (" + std::to_string(length) +
+                                              " instead of " + std::to_string(total_size_) + " bytes)");
+  }
+
+  TransferResult check_partial_content() {
+    if (offset_ == 0) return fail(TransferResult::protocol, "unexpected partial response");
+    std::wstring header;
+    if (!query_header_text(request_.request, WINHTTP_QUERY_CONTENT_RANGE, header)) {
+      return fail(TransferResult::protocol, "partial response without Content-Range");
+    }
+    if (!is_expected_range(header, offset_, total_size_)) {
+      return fail(TransferResult::protocol, "the server returned an unexpected byte range");
+    }
+    return TransferResult::ok;
+  }
+
+  TransferResult receive() {
+    std::vector<uint8_t> buffer(download_chunk_bytes);
+    uint64_t remaining = total_size_ - offset_;
+    for (;;) {
+      if (cancel_flag_ != nullptr && cancel_flag_->load()) return fail(TransferResult::cancelled, "cancelled");
+      size_t got = 0;
+      if (!read_chunk(request_, buffer, got, "download", error_)) return TransferResult::network;
+      if (got == 0) {
+        if (remaining == 0) return TransferResult::ok;
+        return fail(TransferResult::network, "the connection closed before the download finished");
+      }
+      if (got > remaining) return fail(TransferResult::protocol, "the server sent more data than expected");
+      if (!sink_(buffer.data(), got)) return fail(TransferResult::write_failed, "could not write the downloaded data");
+      remaining -= got;
+    }
+  }
+
+  uint64_t offset_;
+  uint64_t total_size_;
+  const TransferSink& sink_;
+  const std::atomic<bool>* cancel_flag_;
+  std::string& error_;
+  HttpRequest request_;
+};
+
+}  // namespace
+
+int32_t fetch_to_memory(const HttpSession& session, const std::wstring& url, std::string& body, uint64_t max_bytes,
+                        std::string& error) {
+  body.clear();
+  UrlParts parts;
+  if (!parse_url(url, parts, error)) return transport_failure;
+  HttpRequest request;
+  uint32_t status = 0;
+  if (!send_request(session, parts, L"Cache-Control: no-cache\r\nPragma: no-cache\r\n", request, status, error)) {
+    return transport_failure;
+  }
+  if (status != http_ok) return static_cast<int32_t>(status);
+  if (read_body(request, body, max_bytes, error)) return static_cast<int32_t>(http_ok);
+  body.clear();
+  return transport_failure;
+}
+
+TransferResult download_range(const HttpSession& session, const std::wstring& url, uint64_t offset, uint64_t total_size,
+                              const TransferSink& sink, const std::atomic<bool>* cancel_flag, uint32_t& http_status,
+                              std::string& error) {
+  return RangeDownload(offset, total_size, sink, cancel_flag, error).run(session, url, http_status);
+}
+
+}  // namespace kvx

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine: wine_run.sh PROGRAM.exe [ARGUMENT...]
+# The Wine prefix is private to the project; KVX_WINEPREFIX moves it elsewhere.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+export WINEPREFIX=${KVX_WINEPREFIX:-$root/build/wineprefix}
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
+export WINEARCH=win64
+wine=$(command -v /usr/lib/wine/wine64 || command -v wine64 || command -v wine)
+
+# One prefix is made once, whoever comes first.
+if [ ! -e "$WINEPREFIX/.ready" ]; then
+  mkdir -p "$WINEPREFIX"
+  exec 9>"$WINEPREFIX/.lock"
+  flock 9
+  if [ ! -e "$WINEPREFIX/.ready" ]; then
+    "$wine" wineboot --init >/dev/null 2>&1 9>&-
+    "$wine" winecfg -v win10 >/dev/null 2>&1 9>&-
+    touch "$WINEPREFIX/.ready"
+  fi
+  exec 9>&-
+fi
+# A server that stays for a minute makes the next program start in a moment.
+wineserver -p60 2>/dev/null || true
+exec "$wine" "$@"
