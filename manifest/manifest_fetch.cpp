@@ -2,6 +2,7 @@
 
 #include "foundations/log.h"
 #include "foundations/text.h"
+#include "manifest/manifest_limits.h"
 #include "manifest/signature.h"
 #include "net/transfer.h"
 

@@ -12,9 +12,6 @@
 
 namespace kvx {
 
-constexpr uint64_t largest_manifest_bytes = 67108864;
-constexpr uint64_t largest_signature_bytes = 4096;
-
 enum class ManifestFetchStatus : uint8_t {
   ok,             // both files are there and the signature is valid
   failed,         // no attempt downloaded both, or the wait was cancelled

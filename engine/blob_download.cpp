@@ -1,0 +1,262 @@
+#include "engine/blob_download.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "foundations/error_text.h"
+#include "foundations/files.h"
+#include "foundations/log.h"
+#include "foundations/paths.h"
+#include "foundations/system_handles.h"
+#include "foundations/text.h"
+#include "manifest/file_digest.h"
+#include "manifest/sha256.h"
+#include "net/transfer.h"
+
+namespace kvx {
+namespace {
+
+constexpr size_t part_chunk_bytes = 4194304;
+constexpr uint32_t first_retry_pause_ms = 1000;
+constexpr uint32_t most_pause_doublings = 5;
+constexpr uint32_t most_stalls = 8;
+constexpr uint32_t most_protocol_errors = 3;
+constexpr uint32_t most_integrity_failures = 2;
+
+bool seek(HANDLE file, uint64_t position) {
+  LARGE_INTEGER distance;
+  distance.QuadPart = static_cast<LONGLONG>(position);
+  return SetFilePointerEx(file, distance, nullptr, FILE_BEGIN) != 0;
+}
+
+void truncate(HANDLE file) {
+  if (seek(file, 0)) SetEndOfFile(file);
+}
+
+uint64_t size_or_zero(HANDLE file) {
+  LARGE_INTEGER size;
+  return GetFileSizeEx(file, &size) != 0 ? static_cast<uint64_t>(size.QuadPart) : 0;
+}
+
+bool is_missing_on_server(uint32_t http_status) {
+  return http_status == 403 || http_status == 404 || http_status == 410;
+}
+
+// One blob's download, used once, on one thread.
+class BlobDownload {
+ public:
+  BlobDownload(const BlobDownloadContext& context, const BlobJob& job, std::string& error)
+      : context_(context), job_(job), error_(error), part_path_(context.store.partial_path(job.hash)) {}
+
+  bool run() {
+    if (is_already_staged()) return true;
+    for (;;) {
+      if (context_.stop.requested()) return fail("cancelled");
+      switch (attempt()) {
+        case AttemptResult::finished: return true;
+        case AttemptResult::failed: return false;
+        case AttemptResult::try_again: break;
+      }
+    }
+  }
+
+ private:
+  enum class AttemptResult : uint8_t { finished, failed, try_again };
+
+  bool fail(std::string text) {
+    error_ = std::move(text);
+    return false;
+  }
+
+  AttemptResult give_up(std::string text) {
+    error_ = std::move(text);
+    return AttemptResult::failed;
+  }
+
+  bool is_already_staged() {
+    if (!context_.store.has_blob(job_.hash, job_.size)) return false;
+    const std::wstring path = context_.store.blob_path(job_.hash);
+    std::string hash_error;
+    const std::string digest =
+        hash_file(path, [this](uint64_t) { return !context_.stop.requested(); }, hash_error);
+    if (digest == job_.hash) {
+      context_.ui.progress_done += job_.size;
+      log::write("blob %s already staged", job_.hash.c_str());
+      return true;
+    }
+    // A stop leaves no digest and says nothing about the blob.
+    if (!context_.stop.requested()) remove(path);
+    return false;
+  }
+
+  AttemptResult attempt() {
+    FileHandle part(CreateFileW(long_path(part_path_).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!part) return give_up("cannot create a download file: " + error_text(GetLastError()));
+    take_up_existing_bytes(part.get());
+    count_position();
+    static_cast<void>(seek(part.get(), position_));
+    if (position_ > 0) log::write("resuming %s at %llu of %llu bytes", job_.hash.c_str(), position_, job_.size);
+
+    const uint64_t start = position_;
+    const TransferResult result = position_ < job_.size ? transfer(part.get()) : TransferResult::ok;
+    FlushFileBuffers(part.get());
+    part.reset();
+    return decide(result, position_ > start);
+  }
+
+  // Hashes what an earlier attempt or run left, instead of trusting it.
+  void take_up_existing_bytes(HANDLE part) {
+    position_ = 0;
+    static_cast<void>(hasher_.reset());
+    const uint64_t existing = size_or_zero(part);
+    if (existing == 0) return;
+    if (existing <= job_.size && hash_existing_bytes(part, existing)) {
+      position_ = existing;
+      return;
+    }
+    truncate(part);
+    static_cast<void>(hasher_.reset());
+  }
+
+  bool hash_existing_bytes(HANDLE part, uint64_t existing) {
+    std::vector<uint8_t> buffer(part_chunk_bytes);
+    for (uint64_t done = 0; done < existing;) {
+      const DWORD wanted = static_cast<DWORD>(std::min<uint64_t>(existing - done, buffer.size()));
+      DWORD got = 0;
+      if (ReadFile(part, buffer.data(), wanted, &got, nullptr) == 0 || got != wanted) return false;
+      static_cast<void>(hasher_.update(buffer.data(), got));
+      done += got;
+    }
+    return true;
+  }
+
+  // Brings this blob's share of the shared counter to the current position, as a difference.
+  void count_position() {
+    context_.ui.progress_done += position_ - counted_;
+    counted_ = position_;
+  }
+
+  void discard_part() {
+    remove(part_path_);
+    position_ = 0;
+    count_position();
+  }
+
+  static void remove(const std::wstring& path) {
+    uint32_t delete_error = 0;
+    static_cast<void>(delete_file(path, delete_error));
+  }
+
+  TransferResult transfer(HANDLE part) {
+    const std::wstring url = context_.base_url + L"files/" + to_wide(job_.hash);
+    transfer_error_.clear();
+    return download_range(
+        context_.session, url, position_, job_.size,
+        [this, part](const uint8_t* bytes, size_t count) { return store_chunk(part, bytes, count); },
+        &context_.ui.cancel_requested, http_status_, transfer_error_);
+  }
+
+  bool store_chunk(HANDLE part, const uint8_t* bytes, size_t count) {
+    if (context_.stop.requested()) return false;
+    DWORD written = 0;
+    if (WriteFile(part, bytes, static_cast<DWORD>(count), &written, nullptr) == 0 || written != count) {
+      write_error_ = GetLastError();
+      write_failed_ = true;
+      return false;
+    }
+    static_cast<void>(hasher_.update(bytes, count));
+    position_ += count;
+    count_position();
+    return true;
+  }
+
+  AttemptResult decide(TransferResult result, bool position_grew) {
+    switch (result) {
+      case TransferResult::ok: return verify();
+      case TransferResult::cancelled: return give_up("cancelled");
+      case TransferResult::write_failed: return after_write_failure();
+      case TransferResult::range_ignored: return restart("range ignored");
+      case TransferResult::range_rejected: return restart("HTTP 416");
+      case TransferResult::http_status:
+        if (is_missing_on_server(http_status_)) {
+          return give_up("a required file is missing on the update server (HTTP " + std::to_string(http_status_) + ")");
+        }
+        return retry_later(position_grew);
+      case TransferResult::protocol:
+        if (++protocol_errors_ == most_protocol_errors) return give_up(transfer_error_);
+        return retry_later(position_grew);
+      case TransferResult::network: break;
+    }
+    return retry_later(position_grew);
+  }
+
+  AttemptResult after_write_failure() {
+    if (!write_failed_) return give_up("cancelled");  // the sink refused because of a stop
+    if (write_error_ == ERROR_DISK_FULL || write_error_ == ERROR_HANDLE_DISK_FULL) return give_up("the disk is full");
+    return give_up("cannot write a downloaded file: " + error_text(write_error_));
+  }
+
+  AttemptResult restart(const char* answer) {
+    log::write("server did not accept resuming %s (%s): restarting it from 0", job_.hash.c_str(), answer);
+    discard_part();
+    if (++stalls_ > most_stalls) return give_up("the server does not allow resuming downloads");
+    return AttemptResult::try_again;
+  }
+
+  AttemptResult retry_later(bool position_grew) {
+    stalls_ = position_grew ? 0 : stalls_ + 1;
+    if (stalls_ > most_stalls) return give_up(transfer_error_);
+    const uint32_t pause_ms = first_retry_pause_ms << std::min(stalls_, most_pause_doublings);
+    log::write("download of %s interrupted at %llu bytes (%s); retrying in %lu ms", job_.hash.c_str(), position_,
+               transfer_error_.c_str(), static_cast<unsigned long>(pause_ms));
+    return context_.stop.wait_or_stop(pause_ms) ? AttemptResult::try_again : give_up("cancelled");
+  }
+
+  AttemptResult verify() {
+    const std::string digest = hasher_.finish_text();
+    if (digest != job_.hash) return after_integrity_failure(digest);
+    uint32_t move_error = 0;
+    if (!move_file(part_path_, context_.store.blob_path(job_.hash), move_error)) {
+      return give_up("cannot store a downloaded file: " + error_text(move_error));
+    }
+    log::write("downloaded + verified %s (%llu bytes)", job_.hash.c_str(), job_.size);
+    return AttemptResult::finished;
+  }
+
+  AttemptResult after_integrity_failure(const std::string& digest) {
+    constexpr size_t shown_digits = 16;
+    log::write("INTEGRITY FAILURE: %s hashed to %s", job_.hash.c_str(), digest.empty() ? "?" : digest.c_str());
+    discard_part();
+    if (++integrity_failures_ < most_integrity_failures) return AttemptResult::try_again;
+    return give_up("a downloaded file failed the integrity check (" + job_.hash.substr(0, shown_digits) +
+                   "...). The file on the server is damaged or was modified");
+  }
+
+  const BlobDownloadContext& context_;
+  const BlobJob& job_;
+  std::string& error_;
+  const std::wstring part_path_;
+
+  Sha256Hasher hasher_;  // over the bytes of the partial file
+  uint64_t position_ = 0;
+  uint64_t counted_ = 0;  // of this blob, in the shared progress_done
+  bool write_failed_ = false;
+  uint32_t write_error_ = 0;
+  uint32_t http_status_ = 0;
+  std::string transfer_error_;
+
+  uint32_t stalls_ = 0;  // attempts in a row that brought nothing new, restarts included
+  uint32_t protocol_errors_ = 0;
+  uint32_t integrity_failures_ = 0;
+};
+
+}  // namespace
+
+bool download_blob(const BlobDownloadContext& context, const BlobJob& job, std::string& error) {
+  return BlobDownload(context, job, error).run();
+}
+
+}  // namespace kvx

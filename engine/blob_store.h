@@ -1,0 +1,38 @@
+// Where the content of a release waits before it is installed: one folder of partial downloads, each named by the blob's
+// SHA-256 and ".part", and one of finished, verified blobs, each named by its SHA-256 alone. Nothing else is in either.
+//
+// A blob is absent, partial or finished; only a verified download turns partial into finished. Threads may work on
+// different blobs at once.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kvx {
+
+class BlobStore {
+ public:
+  BlobStore(std::wstring download_dir, std::wstring blobs_dir);
+
+  // Makes both folders where they are missing; a failure shows when a blob is written.
+  void create_folders() const;
+
+  [[nodiscard]] std::wstring partial_path(const std::string& hash) const;
+  [[nodiscard]] std::wstring blob_path(const std::string& hash) const;
+
+  // True when a finished blob of that size is there. Its content is not read.
+  [[nodiscard]] bool has_blob(const std::string& hash, uint64_t size) const;
+
+  // How many bytes of a blob are on disk already, judged by file sizes alone: an estimate for the free-space check. The
+  // download reads the content before it trusts it.
+  [[nodiscard]] uint64_t staged_bytes(const std::string& hash, uint64_t size) const;
+
+  // Deletes everything in both folders; what cannot be deleted stays.
+  void clear_staging() const;
+
+ private:
+  std::wstring download_dir_;
+  std::wstring blobs_dir_;
+};
+
+}  // namespace kvx

@@ -1,0 +1,86 @@
+#include "engine/hash_cache.h"
+
+#include <cstdlib>
+
+#include "engine/text_lines.h"
+#include "foundations/files.h"
+#include "foundations/text.h"
+
+namespace kvx {
+namespace {
+
+constexpr uint64_t largest_file_bytes = 67108864;
+constexpr size_t digest_chars = 64;
+constexpr size_t usual_line_bytes = 128;
+
+std::wstring entry_key(const std::string& path) { return to_upper(to_wide(path)); }
+
+uint64_t to_number(std::string_view text) { return std::strtoull(std::string(text).c_str(), nullptr, 10); }
+
+}  // namespace
+
+void HashCache::load(const std::wstring& path) {
+  path_ = path;
+  entries_.clear();
+  dirty_ = false;
+  std::string bytes;
+  if (!read_file(path, largest_file_bytes, bytes)) return;
+  for (const std::string_view line : split_lines(bytes)) load_line(line);
+}
+
+// "digest size time path"; the path is last because it may hold blanks.
+void HashCache::load_line(std::string_view line) {
+  if (line.size() < digest_chars + 2 || line.find(' ') != digest_chars) return;
+  const size_t size_at = digest_chars + 1;
+  const size_t size_end = line.find(' ', size_at);
+  if (size_end == std::string_view::npos) return;
+  const size_t time_end = line.find(' ', size_end + 1);
+  if (time_end == std::string_view::npos || time_end + 1 >= line.size()) return;
+  const std::string_view digest = line.substr(0, digest_chars);
+  if (!is_sha256_hex(digest)) return;
+
+  Entry entry;
+  entry.sha256 = digest;
+  entry.size = to_number(line.substr(size_at, size_end - size_at));
+  entry.last_write_time = to_number(line.substr(size_end + 1, time_end - size_end - 1));
+  entry.path = line.substr(time_end + 1);
+  std::wstring key = entry_key(entry.path);
+  entries_.insert_or_assign(std::move(key), std::move(entry));
+}
+
+const std::string* HashCache::lookup(const std::string& path, uint64_t size, uint64_t last_write_time) const {
+  const auto found = entries_.find(entry_key(path));
+  if (found == entries_.end()) return nullptr;
+  const Entry& entry = found->second;
+  return entry.size == size && entry.last_write_time == last_write_time ? &entry.sha256 : nullptr;
+}
+
+void HashCache::put(const std::string& path, uint64_t size, uint64_t last_write_time, const std::string& sha256) {
+  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, path});
+  dirty_ = true;
+}
+
+void HashCache::drop(const std::string& path) {
+  if (entries_.erase(entry_key(path)) > 0) dirty_ = true;
+}
+
+bool HashCache::save() {
+  if (!dirty_) return true;
+  std::string text;
+  text.reserve(entries_.size() * usual_line_bytes);
+  for (const auto& [key, entry] : entries_) {
+    text += entry.sha256;
+    text += ' ';
+    text += std::to_string(entry.size);
+    text += ' ';
+    text += std::to_string(entry.last_write_time);
+    text += ' ';
+    text += entry.path;
+    text += '\n';
+  }
+  if (!write_file_atomic(path_, text)) return false;
+  dirty_ = false;
+  return true;
+}
+
+}  // namespace kvx

@@ -1,0 +1,46 @@
+// Digests of installed files, each valid for as long as the file's size and last-write time stay the same, so that
+// unchanged files need not be read. The file's format is described in docs/formats.md; lines that are not well-formed,
+// and a file that is missing or too large, count as absent.
+//
+// Paths are relative to the install folder, in native form (backslashes), UTF-8; they are compared without regard to
+// case. For the worker thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace kvx {
+
+class HashCache {
+ public:
+  // Remembers the path for save.
+  void load(const std::wstring& path);
+
+  // The digest of a file that has this size (bytes) and last-write time (100 ns units since 1601), null when it is not
+  // known. Valid until the cache changes.
+  [[nodiscard]] const std::string* lookup(const std::string& path, uint64_t size, uint64_t last_write_time) const;
+
+  void put(const std::string& path, uint64_t size, uint64_t last_write_time, const std::string& sha256);
+  void drop(const std::string& path);
+
+  // Writes nothing when nothing changed since the last load or save. On failure the file on disk stays as it was.
+  [[nodiscard]] bool save();
+
+ private:
+  struct Entry {
+    std::string sha256;
+    uint64_t size = 0;
+    uint64_t last_write_time = 0;
+    std::string path;
+  };
+
+  void load_line(std::string_view line);
+
+  std::wstring path_;
+  std::unordered_map<std::wstring, Entry> entries_;  // by upper-cased path
+  bool dirty_ = false;
+};
+
+}  // namespace kvx

@@ -1,0 +1,45 @@
+#include "engine/state_file.h"
+
+#include <cstdint>
+
+#include "engine/text_lines.h"
+#include "foundations/files.h"
+
+namespace kvx {
+namespace {
+
+constexpr uint64_t largest_file_bytes = 1048576;
+
+}  // namespace
+
+std::string state_key::accepted_serial(const std::string& channel) { return "serial." + channel; }
+
+void StateFile::load(const std::wstring& path) {
+  path_ = path;
+  values_.clear();
+  std::string bytes;
+  if (!read_file(path, largest_file_bytes, bytes)) return;
+  for (const std::string_view line : split_lines(bytes)) {
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos || equals == 0) continue;
+    set(std::string(line.substr(0, equals)), std::string(line.substr(equals + 1)));
+  }
+}
+
+std::optional<std::string> StateFile::get(const std::string& key) const {
+  const auto found = values_.find(key);
+  if (found == values_.end()) return std::nullopt;
+  return found->second;
+}
+
+std::string StateFile::get_or_empty(const std::string& key) const { return get(key).value_or(std::string()); }
+
+void StateFile::set(const std::string& key, const std::string& value) { values_[key] = value; }
+
+bool StateFile::save() const {
+  std::string text;
+  for (const auto& [key, value] : values_) text += key + "=" + value + "\n";
+  return write_file_atomic(path_, text);
+}
+
+}  // namespace kvx

@@ -1,0 +1,42 @@
+// The facts that the launcher remembers between runs: a text file of "key=value" lines in key order, described in
+// docs/formats.md. A missing, unreadable or oversized file counts as empty. For the worker thread.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace kvx {
+
+namespace state_key {
+constexpr char channel[] = "channel";                      // the channel chosen last on the command line
+constexpr char installed_version[] = "installed.version";  // of the installed release
+constexpr char installed_serial[] = "installed.serial";
+constexpr char installed_channel[] = "installed.channel";
+constexpr char complete[] = "complete";                // "0" during an install, "1" after it
+constexpr char updating_serial[] = "updating.serial";  // of the release being installed
+
+// The highest serial accepted on a channel, which guards against being moved back to an older release.
+[[nodiscard]] std::string accepted_serial(const std::string& channel);
+}  // namespace state_key
+
+class StateFile {
+ public:
+  // Remembers the path for save.
+  void load(const std::wstring& path);
+
+  [[nodiscard]] std::optional<std::string> get(const std::string& key) const;
+  // Empty when the key is absent.
+  [[nodiscard]] std::string get_or_empty(const std::string& key) const;
+  // Neither may hold a line break.
+  void set(const std::string& key, const std::string& value);
+
+  // On failure the file on disk stays as it was.
+  [[nodiscard]] bool save() const;
+
+ private:
+  std::wstring path_;
+  std::map<std::string, std::string> values_;
+};
+
+}  // namespace kvx

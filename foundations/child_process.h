@@ -1,0 +1,15 @@
+// Starting a program and letting it go. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kvx {
+
+// Starts `program` with the complete command line `command_line` (the program's own name first) in `folder`, with this
+// program's environment and none of its handles, and does not wait for it. On success fills `process_id`; on failure
+// returns false and `error` is the Windows error code.
+[[nodiscard]] bool start_program(const std::wstring& program, const std::wstring& command_line,
+                                 const std::wstring& folder, uint32_t& process_id, uint32_t& error);
+
+}  // namespace kvx

@@ -1,0 +1,30 @@
+// What one update has to do, worked out before anything is changed. For the worker thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "engine/blob_download.h"
+#include "engine/blob_store.h"
+#include "manifest/manifest.h"
+
+namespace kvx {
+
+struct WorkList {
+  std::vector<uint64_t> files_to_replace;  // indices into the manifest's files
+  size_t files_to_remove = 0;              // of the manifest's removals, those that exist
+  std::vector<BlobJob> downloads;          // each content once, ascending by its digest text
+  uint64_t download_bytes = 0;
+  uint64_t staged_bytes = 0;  // of the downloads, already on disk
+  uint64_t needed_bytes = 0;  // of free disk space
+  bool first_install = false;
+};
+
+// How many of the manifest's removals are there to be removed.
+[[nodiscard]] size_t count_removable(const Manifest& manifest, const std::wstring& install_dir);
+
+// Fills the downloads and the byte counts from `files_to_replace`.
+void plan_downloads(const Manifest& manifest, const BlobStore& store, WorkList& work);
+
+}  // namespace kvx
