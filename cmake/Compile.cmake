@@ -4,7 +4,8 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
-set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+# Small, not fast: hashing and transfers happen inside the system.
+set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
 
 option(KVX_TRAP_UNDEFINED "Stop at undefined behaviour (clang)" OFF)
 
