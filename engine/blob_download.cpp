@@ -79,8 +79,8 @@ class BlobDownload {
     if (!context_.store.has_blob(job_.hash, job_.size)) return false;
     const std::wstring path = context_.store.blob_path(job_.hash);
     std::string hash_error;
-    const std::string digest =
-        hash_file(path, [this](uint64_t) { return !context_.stop.requested(); }, hash_error);
+    const std::string digest = hash_file(
+        path, [this](uint64_t) { return !context_.stop.requested(); }, hash_error);
     if (digest == job_.hash) {
       context_.ui.progress_done += job_.size;
       log::write("blob %s already staged", job_.hash.c_str());

@@ -26,8 +26,8 @@ struct BlobDownloadContext {
   const BlobStore& store;
 };
 
-// True when the blob is in the store, verified. Otherwise `error` is the reason, "cancelled" when a stop was requested; a
-// partial file stays for the next run. Several threads may download different blobs at once.
+// True when the blob is in the store, verified. Otherwise `error` is the reason, "cancelled" when a stop was requested;
+// a partial file stays for the next run. Several threads may download different blobs at once.
 [[nodiscard]] bool download_blob(const BlobDownloadContext& context, const BlobJob& job, std::string& error);
 
 }  // namespace kvx

@@ -1,5 +1,6 @@
-// Where the content of a release waits before it is installed: one folder of partial downloads, each named by the blob's
-// SHA-256 and ".part", and one of finished, verified blobs, each named by its SHA-256 alone. Nothing else is in either.
+// Where the content of a release waits before it is installed: one folder of partial downloads, each named by the
+// blob's SHA-256 and ".part", and one of finished, verified blobs, each named by its SHA-256 alone. Nothing else is in
+// either.
 //
 // A blob is absent, partial or finished; only a verified download turns partial into finished. Threads may work on
 // different blobs at once.

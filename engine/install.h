@@ -1,6 +1,6 @@
-// Puts a release in place: the only operation that changes the installed game. Every file is replaced by a rename, never
-// rewritten, so that nobody sees half of one. Where a file cannot be replaced or deleted, the user is asked to close
-// whatever holds it. For the worker thread.
+// Puts a release in place: the only operation that changes the installed game. Every file is replaced by a rename,
+// never rewritten, so that nobody sees half of one. Where a file cannot be replaced or deleted, the user is asked to
+// close whatever holds it. For the worker thread.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,9 @@ struct InstallContext {
   const BlobStore& store;  // holds every blob that is needed, verified; they are used up
 };
 
-// Places the files that `to_place` names by their index in the manifest, and deletes the manifest's removals. False after
-// the user chose to stop at a file; `reason` then names it, what was placed stays placed, and the state stays incomplete.
+// Places the files that `to_place` names by their index in the manifest, and deletes the manifest's removals. False
+// after the user chose to stop at a file; `reason` then names it, what was placed stays placed, and the state stays
+// incomplete.
 [[nodiscard]] bool install(const InstallContext& context, const Manifest& manifest,
                            const std::vector<uint64_t>& to_place, std::string& reason);
 

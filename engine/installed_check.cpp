@@ -41,8 +41,7 @@ class InstalledCheck {
       return;
     }
     const std::string* known =
-        context_.repair ? nullptr
-                        : context_.cache.lookup(to_utf8(file.native_path), stamp.size, stamp.last_write_time);
+        context_.repair ? nullptr : context_.cache.lookup(to_utf8(file.native_path), stamp.size, stamp.last_write_time);
     if (known == nullptr) {
       to_hash_.push_back(index);
       check_bytes_ += file.size;

@@ -1,6 +1,6 @@
 // Replaces the running launcher when a release names a newer one: downloads it as a blob, swaps the program files, and
-// starts the new launcher with the same options. Every failed step is undone, and the run goes on with the launcher that
-// is in place. For the worker thread.
+// starts the new launcher with the same options. Every failed step is undone, and the run goes on with the launcher
+// that is in place. For the worker thread.
 #pragma once
 
 #include <cstdint>

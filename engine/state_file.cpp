@@ -12,7 +12,7 @@ constexpr uint64_t largest_file_bytes = 1048576;
 
 }  // namespace
 
-std::string state_key::accepted_serial(const std::string& channel) { return "serial." + channel; }
+std::string state_key::accepted_serial(const std::string& channel_name) { return "serial." + channel_name; }
 
 void StateFile::load(const std::wstring& path) {
   path_ = path;

@@ -17,7 +17,7 @@ constexpr char complete[] = "complete";                // "0" during an install,
 constexpr char updating_serial[] = "updating.serial";  // of the release being installed
 
 // The highest serial accepted on a channel, which guards against being moved back to an older release.
-[[nodiscard]] std::string accepted_serial(const std::string& channel);
+[[nodiscard]] std::string accepted_serial(const std::string& channel_name);
 }  // namespace state_key
 
 class StateFile {

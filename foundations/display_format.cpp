@@ -8,13 +8,18 @@ namespace {
 
 constexpr size_t text_buffer_chars = 64;
 
+// Half a unit counts as a whole one; the value is never negative.
+int rounded(double value) {
+  return static_cast<int>(value + 0.5);  // NOLINT(bugprone-incorrect-roundings): for negative values only
+}
+
 }  // namespace
 
 std::wstring format_size(uint64_t bytes) {
   constexpr uint64_t kb = 1ULL << 10;
   constexpr uint64_t mb = 1ULL << 20;
   constexpr uint64_t gb = 1ULL << 30;
-  const double count = static_cast<double>(bytes);
+  const auto count = static_cast<double>(bytes);
   wchar_t text[text_buffer_chars];
   if (bytes >= gb) {
     std::swprintf(text, std::size(text), L"%.2f GB", count * (1.0 / gb));
@@ -33,12 +38,12 @@ std::wstring format_duration(double seconds) {
   if (!(seconds >= 0) || seconds > longest_shown_seconds) return {};  // also refuses a NaN
   wchar_t text[text_buffer_chars];
   if (seconds < 60) {
-    std::swprintf(text, std::size(text), L"about %d s", static_cast<int>(seconds + 0.5));
+    std::swprintf(text, std::size(text), L"about %d s", rounded(seconds));
   } else if (seconds < 3600) {
-    std::swprintf(text, std::size(text), L"about %d min", static_cast<int>(seconds / 60 + 0.5));
+    std::swprintf(text, std::size(text), L"about %d min", rounded(seconds / 60));
   } else {
     int hours = static_cast<int>(seconds / 3600);
-    int minutes = static_cast<int>((seconds - hours * 3600.0) / 60 + 0.5);
+    int minutes = rounded((seconds - hours * 3600.0) / 60);
     if (minutes == 60) {
       ++hours;
       minutes = 0;

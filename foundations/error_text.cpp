@@ -14,11 +14,10 @@ constexpr DWORD english_united_states = 1033;
 // Empty when the table has no text for the code. `source` and `module` name the table: the system's or a module's.
 std::wstring message_from(DWORD source, HMODULE module, uint32_t code) {
   wchar_t* buffer = nullptr;
-  const DWORD length =
-      FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | source, module, code,
-                     english_united_states,
-                     reinterpret_cast<wchar_t*>(&buffer),  // with ALLOCATE_BUFFER the call takes a pointer's address
-                     0, nullptr);
+  const DWORD length = FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | source, module, code, english_united_states,
+      reinterpret_cast<wchar_t*>(&buffer),  // with ALLOCATE_BUFFER the call takes a pointer's address
+      0, nullptr);
   if (length == 0) return {};
   std::wstring text(buffer, length);
   LocalFree(buffer);

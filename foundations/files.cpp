@@ -40,8 +40,8 @@ bool with_retries(Attempt attempt, uint32_t& error) {
 }
 
 bool move_file_once(const std::wstring& from, const std::wstring& to, uint32_t& error) {
-  if (MoveFileExW(long_path(from).c_str(), long_path(to).c_str(),
-                  MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0) {
+  if (MoveFileExW(long_path(from).c_str(), long_path(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
+      0) {
     return true;
   }
   error = GetLastError();

@@ -50,9 +50,9 @@ void write(const char* format, ...) {
   SYSTEMTIME now;
   GetLocalTime(&now);
   char line[line_buffer_bytes];
-  const int line_length = std::snprintf(line, sizeof(line), "%04u-%02u-%02u %02u:%02u:%02u.%03u [%5lu] %s\r\n",
-                                        now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond,
-                                        now.wMilliseconds, GetCurrentThreadId(), message);
+  const int line_length =
+      std::snprintf(line, sizeof(line), "%04u-%02u-%02u %02u:%02u:%02u.%03u [%5lu] %s\r\n", now.wYear, now.wMonth,
+                    now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, GetCurrentThreadId(), message);
   if (line_length < 0) return;
 
   const LockGuard guard;

@@ -8,6 +8,13 @@
 
 #include <string>
 
+// The C99 formats, which the two compilers name differently.
+#ifdef __clang__
+#define KVX_PRINTF_FORMAT __attribute__((format(printf, 1, 2)))
+#else
+#define KVX_PRINTF_FORMAT __attribute__((format(gnu_printf, 1, 2)))
+#endif
+
 namespace kvx::log {
 
 // Keeps the previous file under the name with its last extension replaced by ".prev.log", then starts a new one.
@@ -17,7 +24,7 @@ void open(const std::wstring& path);
 
 // printf-style. A message longer than 4,095 bytes is cut, and its line then reaches the file without its line end.
 // Without an open file the line goes to the debugger only.
-void write(const char* format, ...) __attribute__((format(gnu_printf, 1, 2)));
+void write(const char* format, ...) KVX_PRINTF_FORMAT;
 
 // Flushes and closes the file.
 void close();

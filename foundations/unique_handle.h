@@ -1,6 +1,6 @@
-// The owner of a system handle. A handle is closed exactly once, when its owner is destroyed or given another value. The
-// value that means "none" is part of the type, because Windows uses INVALID_HANDLE_VALUE for some kinds and null for
-// others. Any type with a `value_type`, a `none()` and a `close()` makes a kind of handle.
+// The owner of a system handle. A handle is closed exactly once, when its owner is destroyed or given another value.
+// The value that means "none" is part of the type, because Windows uses INVALID_HANDLE_VALUE for some kinds and null
+// for others. Any type with a `value_type`, a `none()` and a `close()` makes a kind of handle.
 #pragma once
 
 #include <utility>

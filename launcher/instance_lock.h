@@ -1,5 +1,5 @@
-// Lets one launcher work on an install folder at a time. The lock is an open file, not the file's existence: it ends with
-// the handle or the process, and the file stays. For the worker thread.
+// Lets one launcher work on an install folder at a time. The lock is an open file, not the file's existence: it ends
+// with the handle or the process, and the file stays. For the worker thread.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ class InstanceLock {
  public:
   enum class Result : uint8_t {
     acquired,
-    held_by_another,   // after trying for about 2 seconds
+    held_by_another,  // after trying for about 2 seconds
     cannot_be_created,
   };
 

@@ -20,8 +20,8 @@ struct OfflineStartContext {
   std::span<const PublicKey> keys;
 };
 
-// `code` is why there is no update and `message` says so to the user. Returns `code` when the game was started or is not
-// installed, cancelled when the user declined, or the game start's own failure.
+// `code` is why there is no update and `message` says so to the user. Returns `code` when the game was started or is
+// not installed, cancelled when the user declined, or the game start's own failure.
 [[nodiscard]] RunOutcome start_offline(const OfflineStartContext& context, RunOutcome code,
                                        const std::wstring& message);
 

@@ -15,9 +15,9 @@ struct Options {
   bool no_launch = false;
   bool repair = false;
   bool self_updated = false;
-  uint32_t wait_pid = 0;                         // 0: wait for no process
-  std::vector<std::wstring> forwarded_options;   // as given, for the launcher that a self-update starts
-  std::vector<std::wstring> passthrough_args;    // every argument that is not an option, as given
+  uint32_t wait_pid = 0;                        // 0: wait for no process
+  std::vector<std::wstring> forwarded_options;  // as given, for the launcher that a self-update starts
+  std::vector<std::wstring> passthrough_args;   // every argument that is not an option, as given
 };
 
 // The arguments after the program's name. Never fails: unknown options are ignored.

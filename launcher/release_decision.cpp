@@ -88,10 +88,10 @@ RunOutcome Updater::decide(Release& release) {
   Identity identity;
   LauncherEntry launcher;
   std::wstring refusal;
-  if (!read_document(release.manifest_bytes, root, refusal) ||    //
-      !read_identity(root, identity, refusal) ||                  //
-      !is_for_channel(identity, channel_, refusal) ||             //
-      !is_not_older(identity.serial, refusal) ||                  //
+  if (!read_document(release.manifest_bytes, root, refusal) ||  //
+      !read_identity(root, identity, refusal) ||                //
+      !is_for_channel(identity, channel_, refusal) ||           //
+      !is_not_older(identity.serial, refusal) ||                //
       !read_launcher(root, launcher, refusal)) {
     return start_offline(RunOutcome::unusable_manifest, refusal);
   }

@@ -46,8 +46,8 @@ bool wait_until_game_closed(Ui& ui, const std::wstring& install_dir) {
   std::wstring program;
   while (find_running_program(install_dir, program)) {
     log::write("a program from the install folder is running: %s", to_utf8(program).c_str());
-    const std::wstring question = L"KVX is still running:\n" + program +
-                                  L"\n\nPlease close the game, then press Retry to install the update.";
+    const std::wstring question =
+        L"KVX is still running:\n" + program + L"\n\nPlease close the game, then press Retry to install the update.";
     if (ui.message_box(question, style_retry) != button_retry) return false;
   }
   return true;

@@ -60,9 +60,8 @@ RunOutcome Updater::run() {
 void Updater::write_result(RunOutcome outcome) {
   if (log_open_) {
     static_cast<void>(hash_cache_.save());
-    static_cast<void>(
-        write_file_atomic(layout_.staging_file(L"last_result.txt"),
-                          format_run_result(outcome, launched_, launcher_version(), result_message_)));
+    static_cast<void>(write_file_atomic(layout_.staging_file(L"last_result.txt"),
+                                        format_run_result(outcome, launched_, launcher_version(), result_message_)));
     log::write("exit code %d (launched=%d)", static_cast<int>(outcome), launched_ ? 1 : 0);
     log::close();
     log_open_ = false;
@@ -146,8 +145,7 @@ void Updater::load_state() {
 
 RunOutcome Updater::settle_channel() {
   const bool from_command_line = !options_.channel.empty();
-  channel_ =
-      from_command_line ? to_utf8(options_.channel) : state_.get(state_key::channel).value_or(default_channel);
+  channel_ = from_command_line ? to_utf8(options_.channel) : state_.get(state_key::channel).value_or(default_channel);
   if (!is_channel_name(channel_)) {
     return fail(RunOutcome::could_not_start, L"Invalid channel name: " + to_wide(channel_));
   }

@@ -9,9 +9,9 @@
 namespace kvx {
 
 size_t count_removable(const Manifest& manifest, const std::wstring& install_dir) {
-  const auto count = std::count_if(
-      manifest.remove.begin(), manifest.remove.end(),
-      [&](const ManifestRemoval& removal) { return is_file(install_dir + L'\\' + removal.native_path); });
+  const auto count = std::count_if(manifest.remove.begin(), manifest.remove.end(), [&](const ManifestRemoval& removal) {
+    return is_file(install_dir + L'\\' + removal.native_path);
+  });
   return static_cast<size_t>(count);
 }
 

@@ -8,8 +8,8 @@
 namespace kvx {
 
 struct PublicKey {
-  const char* name;                    // "primary" or "backup"
-  std::array<uint8_t, 8> identifier;   // opaque, as signature files name the key
+  const char* name;                      // "primary" or "backup"
+  std::array<uint8_t, 8> identifier;     // opaque, as signature files name the key
   std::array<uint8_t, 64> public_point;  // X then Y on NIST P-256, each 32 bytes big-endian
 };
 

@@ -45,11 +45,12 @@ void append_utf8(uint32_t code_point, std::string& out) {
   }
 }
 
-// Tells whether an object already has a key. The objects of a manifest are small and scanned; a large one gets an index,
-// so that reading takes time proportional to the text whatever it holds.
+// Tells whether an object already has a key. The objects of a manifest are small and scanned; a large one gets an
+// index, so that reading takes time proportional to the text whatever it holds.
 class KeyIndex {
  public:
-  explicit KeyIndex(const JsonValue::Object& members) : members_(members), positions_(0, Hash{&members}, Equal{&members}) {}
+  explicit KeyIndex(const JsonValue::Object& members)
+      : members_(members), positions_(0, Hash{&members}, Equal{&members}) {}
 
   // Whether the last member's key occurs earlier.
   bool last_is_duplicate() {

@@ -1,6 +1,6 @@
 // A strict reader of JSON (RFC 8259) for UTF-8 text. It is stricter than the RFC in three points: object keys are
-// unique, strings hold no NUL, and at most 33 containers nest. Integers that fit 64 bits signed stay exact and are never
-// turned into doubles; larger ones are refused. There is no writer.
+// unique, strings hold no NUL, and at most 33 containers nest. Integers that fit 64 bits signed stay exact and are
+// never turned into doubles; larger ones are refused. There is no writer.
 //
 // The reader is a pure function and may be called from any thread. It throws for exhausted memory only.
 #pragma once
@@ -51,8 +51,8 @@ struct JsonMember {
   JsonValue value;
 };
 
-// On success `out` is the document. On failure returns false, `error` says what is wrong and at which byte (counted from
-// 0, a byte-order mark included), and `out` must not be used.
+// On success `out` is the document. On failure returns false, `error` says what is wrong and at which byte (counted
+// from 0, a byte-order mark included), and `out` must not be used.
 [[nodiscard]] bool parse_json(std::string_view text, JsonValue& out, std::string& error);
 
 }  // namespace kvx

@@ -62,7 +62,8 @@ bool is_managed_path(std::string_view path, std::wstring_view own_name, std::str
   if (path.front() == '/' || path.back() == '/') return fail("leading or trailing '/'", error);
   for (size_t start = 0; start <= path.size();) {
     const size_t end = std::min(path.find('/', start), path.size());
-    if (!check_component(path.substr(start, end - start), start == 0, end == path.size(), own_name, error)) return false;
+    if (!check_component(path.substr(start, end - start), start == 0, end == path.size(), own_name, error))
+      return false;
     start = end + 1;
   }
   return true;

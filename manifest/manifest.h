@@ -53,8 +53,8 @@ struct Manifest {
 // 1 to 32 characters, each a-z, 0-9, "-" or "_".
 [[nodiscard]] bool is_channel_name(std::string_view name);
 
-// `own_name` is the launcher's own file name, which a manifest must not manage. On failure returns false, `error` is the
-// message, and `out` must not be used.
+// `own_name` is the launcher's own file name, which a manifest must not manage. On failure returns false, `error` is
+// the message, and `out` must not be used.
 [[nodiscard]] bool read_manifest(const JsonValue& root, std::wstring_view own_name, Manifest& out, std::string& error);
 
 // The "launcher" member of a document alone; absent or null leaves it not present and succeeds.

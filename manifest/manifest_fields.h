@@ -1,4 +1,5 @@
-// Typed reading of a JSON object's members. A member that is null counts as absent; an absent one leaves `out` as it is.
+// Typed reading of a JSON object's members. A member that is null counts as absent; an absent one leaves `out` as it
+// is.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +14,8 @@ enum class Presence : bool { optional, required };
 // The member's value, null when it is absent or null.
 [[nodiscard]] const JsonValue* find_present(const JsonValue& object, const char* key);
 
-// On failure return false and `error` names the key: missing "KEY", "KEY" must be a string, "KEY" must be a non-negative
-// integer.
+// On failure return false and `error` names the key: missing "KEY", "KEY" must be a string, "KEY" must be a
+// non-negative integer.
 [[nodiscard]] bool read_string_field(const JsonValue& object, const char* key, Presence presence, std::string& out,
                                      std::string& error);
 [[nodiscard]] bool read_unsigned_field(const JsonValue& object, const char* key, Presence presence, uint64_t& out,

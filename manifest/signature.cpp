@@ -77,9 +77,9 @@ bool verifies_under(const PublicKey& key, Sha256Digest digest, SignatureFields f
 
 bool verify_manifest(std::string_view manifest, std::string_view signature_file, std::span<const PublicKey> keys,
                      std::string& key_name, std::string& error) {
-  SignatureFields fields;
+  SignatureFields fields{};
   if (!read_signature_file(signature_file, fields)) return fail("signature file has an unknown format", error);
-  Sha256Digest digest;
+  Sha256Digest digest{};
   if (!hash_manifest(manifest, digest)) return fail("SHA-256 not available", error);
   bool key_matched = false;
   for (const PublicKey& key : keys) {

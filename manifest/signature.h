@@ -16,8 +16,8 @@ namespace kvx {
 constexpr std::string_view signature_magic = "KVXSIG01";
 constexpr size_t signature_file_bytes = 80;
 
-// True when the signature is valid under one of `keys`; `key_name` is then that key's name. Otherwise false, and `error`
-// is the reason.
+// True when the signature is valid under one of `keys`; `key_name` is then that key's name. Otherwise false, and
+// `error` is the reason.
 [[nodiscard]] bool verify_manifest(std::string_view manifest, std::string_view signature_file,
                                    std::span<const PublicKey> keys, std::string& key_name, std::string& error);
 

@@ -25,7 +25,7 @@ std::string http_error_text(uint32_t code) {
 }
 
 bool send(HINTERNET request, const std::wstring& extra_headers) {
-  constexpr DWORD zero_terminated = static_cast<DWORD>(-1);
+  constexpr auto zero_terminated = static_cast<DWORD>(-1);
   if (extra_headers.empty()) {
     return WinHttpSendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0) != 0;
   }

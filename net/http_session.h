@@ -9,8 +9,8 @@ namespace kvx {
 
 class HttpSession {
  public:
-  // Opens the session with automatic proxy, the program's timeouts and TLS 1.2 or newer. On failure returns false, fills
-  // `error`, and the session stays closed.
+  // Opens the session with automatic proxy, the program's timeouts and TLS 1.2 or newer. On failure returns false,
+  // fills `error`, and the session stays closed.
   [[nodiscard]] bool open(const std::wstring& user_agent, std::string& error);
 
   [[nodiscard]] const WinHttpHandle& handle() const { return handle_; }

@@ -1,5 +1,5 @@
-// The two kinds of transfers: a small file into memory, and a blob into a file from any position. Both run on the calling
-// thread and may run on several threads at once with one session.
+// The two kinds of transfers: a small file into memory, and a blob into a file from any position. Both run on the
+// calling thread and may run on several threads at once with one session.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// The owner of a WinHTTP handle. The type behind it is HINTERNET, a plain pointer; naming it so keeps <winhttp.h> out of
-// the headers that only pass it on.
+// The owner of a WinHTTP handle. The type behind it is HINTERNET, a plain pointer; naming it so keeps <winhttp.h> out
+// of the headers that only pass it on.
 #pragma once
 
 #include "foundations/unique_handle.h"

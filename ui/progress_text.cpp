@@ -40,7 +40,8 @@ double TransferRate::bytes_per_second() const {
 
 int progress_position(const ProgressCounters& progress) {
   if (progress.total == 0) return 0;
-  return static_cast<int>(static_cast<double>(progress.done) * progress_bar_range / static_cast<double>(progress.total));
+  return static_cast<int>(static_cast<double>(progress.done) * progress_bar_range /
+                          static_cast<double>(progress.total));
 }
 
 std::wstring progress_detail(const ProgressCounters& progress, const std::wstring& given, double rate) {

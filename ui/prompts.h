@@ -1,5 +1,5 @@
-// Message boxes as the run and the user interface agree on them: Win32 style flags and button ids by name, and the answers
-// that an unattended run gives itself. Any thread.
+// Message boxes as the run and the user interface agree on them: Win32 style flags and button ids by name, and the
+// answers that an unattended run gives itself. Any thread.
 #pragma once
 
 #include <cstdint>

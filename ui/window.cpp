@@ -63,7 +63,7 @@ LRESULT paint_static_control(HDC device) {
 // Lives on the worker's stack while the main thread asks the user.
 struct Window::PromptRequest {
   const std::wstring& text;
-  uint32_t style;
+  uint32_t style = 0;
   uint32_t answer = button_cancel;
 };
 
@@ -136,8 +136,7 @@ bool Window::register_class() {
   window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
   window_class.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);  // the documented form of a system colour
   window_class.lpszClassName = class_name;
-  window_class.hIconSm =
-      load_icon(instance_, GetSystemMetrics(SM_CXSMICON), GetSystemMetrics(SM_CYSMICON), LR_SHARED);
+  window_class.hIconSm = load_icon(instance_, GetSystemMetrics(SM_CXSMICON), GetSystemMetrics(SM_CYSMICON), LR_SHARED);
   return RegisterClassExW(&window_class) != 0;
 }
 
@@ -151,8 +150,7 @@ void Window::create_controls() {
   detail_text_ = create(L"STATIC", L"", text_style, 0);
   progress_bar_ = create(PROGRESS_CLASSW, L"", WS_CHILD | WS_VISIBLE | PBS_SMOOTH, 0);
   SendMessageW(progress_bar_, PBM_SETRANGE32, 0, progress_bar_range);
-  cancel_button_ =
-      create(L"BUTTON", L"Cancel", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_DISABLED, cancel_button_id);
+  cancel_button_ = create(L"BUTTON", L"Cancel", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_DISABLED, cancel_button_id);
 }
 
 void Window::create_fonts() {

@@ -1,5 +1,5 @@
-// The progress window: a status line, a detail line, a progress bar and a Cancel button, refreshed every 200 ms from what
-// the worker has set. Created, run and destroyed on the main thread; the operations of Ui are for the worker.
+// The progress window: a status line, a detail line, a progress bar and a Cancel button, refreshed every 200 ms from
+// what the worker has set. Created, run and destroyed on the main thread; the operations of Ui are for the worker.
 #pragma once
 
 #include <windows.h>

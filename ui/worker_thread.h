@@ -1,5 +1,5 @@
-// One thread with one body. It must be joined before it is destroyed; destroying it earlier, or failing to start it, ends
-// the program.
+// One thread with one body. It must be joined before it is destroyed; destroying it earlier, or failing to start it,
+// ends the program.
 #pragma once
 
 #include <functional>
