@@ -22,8 +22,7 @@ namespace kvx::log {
 // to the debugger only.
 void open(const std::wstring& path);
 
-// printf-style. A message longer than 4,095 bytes is cut, and its line then reaches the file without its line end.
-// Without an open file the line goes to the debugger only.
+// printf-style. A message longer than 4,095 bytes is cut. Without an open file the line goes to the debugger only.
 void write(const char* format, ...) KVX_PRINTF_FORMAT;
 
 // Flushes and closes the file.

@@ -58,6 +58,7 @@ std::string to_lower_ascii(std::string_view text) {
 }
 
 bool equals_ignore_case(std::wstring_view a, std::wstring_view b) {
+  if (a.empty() || b.empty()) return a.empty() && b.empty();  // the system refuses the null pointer of an empty view
   return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()), TRUE) ==
          CSTR_EQUAL;
 }
