@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine: wine_run.sh PROGRAM.exe [ARGUMENT...]
+# Without a program it only prepares the prefix, which takes some seconds the first time.
 # The Wine prefix is private to the project; KVX_WINEPREFIX moves it elsewhere.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -7,6 +8,11 @@ export WINEPREFIX=${KVX_WINEPREFIX:-$root/build/wineprefix}
 export WINEDEBUG=${WINEDEBUG:--all}
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
 export WINEARCH=win64
+# Wine takes arguments and file names in the locale's character set.
+case ${LC_ALL:-${LC_CTYPE:-${LANG:-}}} in
+  *[Uu][Tt][Ff]*8) ;;
+  *) export LC_ALL=C.UTF-8 ;;
+esac
 wine=$(command -v /usr/lib/wine/wine64 || command -v wine64 || command -v wine)
 
 # One prefix is made once, whoever comes first.
@@ -21,6 +27,7 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
   fi
   exec 9>&-
 fi
+[ $# -gt 0 ] || exit 0
 # A server that stays for a minute makes the next program start in a moment.
 wineserver -p60 2>/dev/null || true
 exec "$wine" "$@"

@@ -417,7 +417,8 @@ TEST_F(FetchManifest, ACancelThatWasThereBeforeEndsOnlyAWait) {
 TEST_F(FetchManifest, TakesAManifestOf64MiBAndNotOneByteMore) {
   EXPECT_EQ(largest_manifest_bytes, 67108864U);
   EXPECT_EQ(largest_signature_bytes, 4096U);
-  std::string large(67108864, ' ');
+  std::string large;
+  large.resize(67108864, ' ');
   server_.serve("manifest.json", large);
   server_.serve("manifest.sig", sign_manifest(large));
   EXPECT_EQ(fetch(), Status::ok) << error_;

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Runs the tests of a build that is there already, on a display of their own: run_ctest.sh PRESET [CTEST_ARGUMENT...]
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+if [ "${1:-}" != --inner ]; then
+  exec scripts/with_display.sh scripts/run_ctest.sh --inner "$@"
+fi
+preset=$2
+shift 2
+# CTest lists the tests of each program first and does not wait as long as a new prefix takes.
+scripts/wine_run.sh
+exec ctest --preset "$preset" --parallel "${KVX_TEST_JOBS:-$(nproc)}" "$@"

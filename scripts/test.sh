@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Builds all and runs every test: test.sh [CTEST_ARGUMENT...], for example test.sh -R manifest
+# Ends with CTest's summary and its exit code.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+scripts/build.sh
+exec scripts/run_ctest.sh mingw-release "$@"

@@ -1,0 +1,408 @@
+#include "tools/kvxpublish/pack.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <string>
+#include <vector>
+
+#include "foundations/files.h"
+#include "foundations/paths.h"
+#include "foundations/system_handles.h"
+#include "foundations/text.h"
+#include "manifest/file_digest.h"
+#include "tests/tools/publish_site.h"
+
+namespace kvx::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::string digest_of(const std::wstring& path) {
+  std::string error;
+  return hash_file(path, {}, error);
+}
+
+std::vector<std::string> paths_of(const Manifest& manifest) {
+  std::vector<std::string> paths;
+  for (const ManifestFile& file : manifest.files) paths.push_back(file.path);
+  return paths;
+}
+
+TEST(Pack, PublishesEveryFileUnderItsDigest) {
+  const PublishSite site;
+  const CommandResult result = site.pack({"--serial=7", "--arg=-window", "--arg=a b", "--notes=First",
+                                          "--min-free-disk=1000", "--remove=old/one.dat", "--remove=old\\two.dat"});
+  ASSERT_EQ(result.code, 0) << result.messages;
+  EXPECT_EQ(result.data,
+            "channel=live\nversion=1.0\nserial=7\nfiles=2\nbytes=17\nadded_files=2\nadded_bytes=17\n"
+            "key=1ef5b9d93b368184\n");
+  EXPECT_THAT(result.messages, IsEmpty());
+
+  const Manifest manifest = site.published();
+  EXPECT_EQ(manifest.channel, "live");
+  EXPECT_EQ(manifest.version, "1.0");
+  EXPECT_EQ(manifest.serial, 7);
+  EXPECT_EQ(manifest.exe, "bin/game.exe");
+  EXPECT_THAT(manifest.args, ElementsAre("-window", "a b"));
+  EXPECT_EQ(manifest.notes, "First");
+  EXPECT_EQ(manifest.min_free_disk, 1000U);
+  EXPECT_EQ(manifest.total_size, 17U);
+  EXPECT_FALSE(manifest.launcher.present);
+  ASSERT_EQ(manifest.remove.size(), 2U);
+  EXPECT_EQ(manifest.remove[0].path, "old/one.dat");
+  EXPECT_EQ(manifest.remove[1].path, "old/two.dat");
+  ASSERT_THAT(paths_of(manifest), ElementsAre("bin/game.exe", "data/a pack.bin"));
+  for (const ManifestFile& file : manifest.files) {
+    const std::wstring content = site.site(L"files\\" + to_wide(file.sha256));
+    EXPECT_EQ(read_text(content), read_text(site.game(file.native_path)));
+    EXPECT_EQ(digest_of(content), file.sha256);
+    EXPECT_EQ(read_text(content).size(), file.size);
+  }
+}
+
+TEST(Pack, KeepsNamesWithBlanksAndOtherScripts) {
+  const PublishSite site;
+  write_text(site.game(L"däta\\名前 1\\Ünï cödé.txt"), "text");
+  write_text(site.game(L"empty file"), "");
+  ASSERT_EQ(site.pack().code, 0);
+  EXPECT_THAT(paths_of(site.published()),
+              ElementsAre("bin/game.exe", "data/a pack.bin", "däta/名前 1/Ünï cödé.txt", "empty file"));
+}
+
+TEST(Pack, ListsTheFilesInTheOrderOfTheirPathsBytes) {
+  const PublishSite site;
+  write_text(site.game(L"bin-2\\x"), "x");  // a listing has the folder "bin" before "bin-2"
+  write_text(site.game(L"BIN3"), "x");
+  ASSERT_EQ(site.pack().code, 0);
+  EXPECT_THAT(paths_of(site.published()), ElementsAre("BIN3", "bin-2/x", "bin/game.exe", "data/a pack.bin"));
+}
+
+TEST(Pack, StoresEqualContentOnce) {
+  const PublishSite site;
+  write_text(site.game(L"copy.exe"), "the game");
+  const CommandResult result = site.pack();
+  ASSERT_EQ(result.code, 0) << result.messages;
+  EXPECT_THAT(result.data, HasSubstr("files=3\nbytes=25\nadded_files=2\nadded_bytes=17\n"));
+  EXPECT_EQ(list_folder(site.site(L"files")).size(), 2U);
+}
+
+TEST(Pack, OtherChannelsHaveAFolderAndShareTheContent) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  const CommandResult result = site.pack({"--channel=test-2", "--version=1.1"});
+  ASSERT_EQ(result.code, 0) << result.messages;
+  EXPECT_THAT(result.data, HasSubstr("channel=test-2\nversion=1.1\nserial=1\nfiles=2\nbytes=17\nadded_files=0\n"));
+  EXPECT_EQ(site.published("test-2").version, "1.1");
+  EXPECT_EQ(site.published("live").version, "1.0");
+  EXPECT_FALSE(exists(site.site(L"test-2\\files")));
+}
+
+TEST(Pack, NeverRewritesContent) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  const std::wstring content = site.site(L"files\\" + to_wide(digest_of(site.game(L"bin\\game.exe"))));
+  // Other bytes of the same size: writing again would bring the right ones back.
+  write_text(content, "THE GAME");
+  ASSERT_EQ(site.pack({"--version=1.1"}).code, 0);
+  EXPECT_EQ(read_text(content), "THE GAME");
+}
+
+TEST(Pack, LeavesNoTemporaryFiles) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  for (const auto& [name, bytes] : site.snapshot()) EXPECT_FALSE(name.ends_with(L".tmp")) << to_utf8(name);
+}
+
+TEST(Pack, CopiesReadOnlyFilesAsOrdinaryOnes) {
+  const PublishSite site;
+  SetFileAttributesW(site.game(L"bin\\game.exe").c_str(), FILE_ATTRIBUTE_READONLY);
+  ASSERT_EQ(site.pack().code, 0);
+  FileStamp stamp;
+  ASSERT_TRUE(file_stamp(site.site(L"files\\" + to_wide(digest_of(site.game(L"bin\\game.exe")))), stamp));
+  EXPECT_EQ(stamp.attributes & FILE_ATTRIBUTE_READONLY, 0U);
+}
+
+TEST(Pack, WritesTheSameManifestForTheSameRelease) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--serial=3"}).code, 0);
+  const std::string first = read_text(site.site(L"manifest.json"));
+  ASSERT_EQ(site.pack({"--serial=3"}).code, 0);
+  EXPECT_EQ(read_text(site.site(L"manifest.json")), first);
+}
+
+TEST(Pack, CountsTheSerialUpFromThePublishedOne) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  EXPECT_EQ(site.published().serial, 1);
+  ASSERT_EQ(site.pack({"--serial=41"}).code, 0);
+  ASSERT_EQ(site.pack().code, 0);
+  EXPECT_EQ(site.published().serial, 42);
+}
+
+TEST(Pack, AsksForTheSerialWhenThePublishedOneIsUnreadable) {
+  const PublishSite site;
+  write_text(site.site(L"manifest.json"), "{");
+  const CommandResult result = site.pack();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.messages, "kvxpublish: " + site.site_folder() +
+                                 "\\manifest.json: the published serial cannot be read; give the new one with "
+                                 "--serial\n");
+  EXPECT_EQ(site.pack({"--serial=5"}).code, 0);
+}
+
+TEST(Pack, HandsOutALauncher) {
+  const PublishSite site;
+  write_text(site.path(L"build\\KVXLauncher.exe"), "a launcher");
+  const CommandResult result =
+      site.pack({"--launcher=" + to_utf8(site.path(L"build\\KVXLauncher.exe")), "--launcher-version=2.0"});
+  ASSERT_EQ(result.code, 0) << result.messages;
+  const LauncherEntry launcher = site.published().launcher;
+  EXPECT_TRUE(launcher.present);
+  EXPECT_EQ(launcher.version, "2.0");
+  EXPECT_EQ(launcher.size, 10U);
+  EXPECT_EQ(read_text(site.site(L"files\\" + to_wide(launcher.sha256))), "a launcher");
+}
+
+TEST(Pack, WithoutAKeyLeavesNoSignatureThatDoesNotFit) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  ASSERT_TRUE(exists(site.site(L"manifest.sig")));
+  const CommandResult result = site.pack({"--key=", "--version=1.1"});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.messages, "The release is not signed yet, and launchers refuse it until it is: kvxpublish sign \"" +
+                                 site.site_folder() + "\" --channel live --key PEM\n");
+  EXPECT_EQ(site.published("live", false).version, "1.1");
+  EXPECT_FALSE(exists(site.site(L"manifest.sig")));
+}
+
+struct Refusal {
+  const char* what;
+  std::wstring extra_file;
+  std::vector<std::string> options;
+  int code;
+  std::string message;  // without the program's name; "%GAME%" and "%SITE%" stand for the folders
+};
+
+std::string filled(std::string text, const PublishSite& site) {
+  for (const auto& [mark, value] : {std::pair<std::string, std::string>{"%GAME%", site.game_folder()},
+                                    std::pair<std::string, std::string>{"%SITE%", site.site_folder()}}) {
+    for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark)) {
+      text.replace(at, mark.size(), value);
+    }
+  }
+  return text;
+}
+
+TEST(Pack, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {
+  const std::string refused = "launchers would refuse this release: ";
+  const std::string long_argument(1025, 'x');
+  const std::vector<Refusal> table = {
+      {"the player's data",
+       L"Saved\\slot1",
+       {},
+       3,
+       refused + "rejected path \"Saved/slot1\": user data folder 'Saved' is never managed"},
+      {"the launcher itself",
+       L"KVXLauncher.exe",
+       {},
+       3,
+       refused + "rejected path \"KVXLauncher.exe\": the launcher is not managed as a game file"},
+      {"the launcher's state",
+       L".kvx_patch\\state.txt",
+       {},
+       3,
+       refused + "rejected path \".kvx_patch/state.txt\": launcher state folder"},
+      {"a start program that is not there",
+       L"",
+       {"--exe=bin/other.exe"},
+       3,
+       refused + "the start program is not part of the manifest"},
+      {"a start program outside", L"", {"--exe=..\\game.exe"}, 3, refused + "rejected exe path: '.' or '..' component"},
+      {"a version of words", L"", {"--version=1.0-beta"}, 3, refused + "invalid version"},
+      {"a version of five numbers", L"", {"--version=1.2.3.4.5"}, 3, refused + "invalid version"},
+      {"a channel with a capital",
+       L"",
+       {"--channel=Live"},
+       3,
+       R"(launchers would refuse the channel "Live": a channel is 1 to 32 characters of a-z, 0-9, "-" and "_")"},
+      {"a channel that leaves the site",
+       L"",
+       {"--channel=../x"},
+       3,
+       R"(launchers would refuse the channel "../x": a channel is 1 to 32 characters of a-z, 0-9, "-" and "_")"},
+      {"removing what is installed",
+       L"",
+       {"--remove=BIN/Game.exe"},
+       3,
+       refused + "path \"BIN/Game.exe\" is listed in both files and remove"},
+      {"removing the player's data",
+       L"",
+       {"--remove=saved/x"},
+       3,
+       refused + "rejected remove path \"saved/x\": user data folder 'Saved' is never managed"},
+      {"an argument that is too long",
+       L"",
+       {"--arg=" + long_argument},
+       3,
+       refused + "\"args\" entries must be strings"},
+      {"a serial that launchers cannot hold",
+       L"",
+       {"--serial=9223372036854775808"},
+       3,
+       refused + "integer overflow at offset 104"},
+      {"a smaller serial",
+       L"",
+       {"--serial=4"},
+       3,
+       refused + "serial 4 is smaller than the published 5; leave --serial out to take the next"},
+      {"a launcher's version of words",
+       L"",
+       {"--launcher=%GAME%\\bin\\game.exe", "--launcher-version=new"},
+       3,
+       refused + "invalid \"launcher\" entry"},
+      {"no launcher of that name", L"", {"--launcher=%GAME%\\none.exe", "--launcher-version=2"}, 1, ""},
+      {"a site in the game",
+       L"",
+       {"--out=%GAME%\\site"},
+       2,
+       "%GAME%\\site: the site lies in the game's folder and would be packed itself; name another with --out"},
+      {"the game's folder as the site",
+       L"",
+       {"--out=%GAME%"},
+       2,
+       "%GAME%: the site lies in the game's folder and would be packed itself; name another with --out"},
+      {"no key file", L"", {"--key=%SITE%\\none.pem"}, 6, "%SITE%\\none.pem: there is no such key file"},
+      {"a key file without a key",
+       L"",
+       {"--key=%GAME%\\bin\\game.exe"},
+       6,
+       "%GAME%\\bin\\game.exe: the key is not a PEM private key"},
+      {"a launcher without its version",
+       L"",
+       {"--launcher=%GAME%\\bin\\game.exe"},
+       2,
+       "--launcher requires --launcher-version; see kvxpublish --help"},
+      {"a serial of words", L"", {"--serial=next"}, 2, "Could not convert: --serial = next; see kvxpublish --help"},
+      {"an unknown option",
+       L"",
+       {"--chanel=live"},
+       2,
+       "The following argument was not expected: --chanel=live; see kvxpublish --help"},
+      {"no site", L"", {"--out="}, 2, "--out is required; see kvxpublish --help"},
+      {"no version", L"", {"--version="}, 2, "--version is required; see kvxpublish --help"},
+  };
+  for (const Refusal& refusal : table) {
+    SCOPED_TRACE(refusal.what);
+    const PublishSite site;
+    ASSERT_EQ(site.pack({"--serial=5"}).code, 0);
+    const auto before = site.snapshot();
+    if (!refusal.extra_file.empty()) write_text(site.game(refusal.extra_file), "extra");
+    // A change that would show in the site if anything were written.
+    write_text(site.game(L"data\\a pack.bin"), "changed data");
+    std::vector<std::string> options;
+    for (const std::string& option : refusal.options) options.push_back(filled(option, site));
+    const CommandResult result = site.pack(options);
+    EXPECT_EQ(result.code, refusal.code);
+    EXPECT_THAT(result.data, IsEmpty());
+    if (refusal.message.empty()) {
+      EXPECT_THAT(result.messages, HasSubstr(": cannot be read: "));  // and the system's own words
+    } else {
+      EXPECT_EQ(result.messages, "kvxpublish: " + filled(refusal.message, site) + "\n");
+    }
+    EXPECT_EQ(std::ranges::count(result.messages, '\n'), 1);
+    EXPECT_EQ(site.snapshot(), before);
+  }
+}
+
+TEST(Pack, SaysThatTheGameFolderIsMissingOrEmpty) {
+  const PublishSite site;
+  const std::string none = to_utf8(site.path(L"none"));
+  const std::vector<std::string> rest = {"--out=" + site.site_folder(), "--channel=live", "--version=1", "--exe=a"};
+  const auto pack_folder = [&rest](const std::string& folder) {
+    std::vector<std::string> arguments = {"pack", folder};
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    return kvxpublish(arguments);
+  };
+  const CommandResult missing = pack_folder(none);
+  EXPECT_EQ(missing.code, 1);
+  EXPECT_EQ(missing.messages, "kvxpublish: " + none + ": there is no such folder\n");
+  ASSERT_TRUE(create_folders(site.path(L"none\\sub")));
+  const CommandResult empty = pack_folder(none);
+  EXPECT_EQ(empty.code, 3);
+  EXPECT_EQ(empty.messages, "kvxpublish: " + none + ": the folder has no files; a release needs at least one\n");
+  EXPECT_FALSE(exists(site.site(L"")));
+}
+
+FileHandle hold(const std::wstring& path) {
+  return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+TEST(Pack, SaysWhichGameFileCannotBeRead) {
+  const PublishSite site;
+  const FileHandle held = hold(site.game(L"data\\a pack.bin"));
+  ASSERT_TRUE(held);
+  const CommandResult result = site.pack();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_THAT(result.messages, testing::StartsWith("kvxpublish: " + site.game_folder() +
+                                                   "\\data\\a pack.bin: cannot "
+                                                   "be read: "));
+  EXPECT_THAT(result.messages, EndsWith("(error 32)\n"));
+  EXPECT_FALSE(exists(site.site(L"")));
+}
+
+// What stands in the way of writing, and the site must come out as it went in.
+TEST(Pack, AFailureWhileWritingLeavesTheSiteAsItWas) {
+  struct Obstacle {
+    const char* what;
+    std::wstring name;  // a folder where a file must go, or a file where a folder must
+    bool folder;
+  };
+  for (const Obstacle& obstacle : std::vector<Obstacle>{
+           {"a file in the place of the content folder", L"files", false},
+           {"a folder in the place of the manifest", L"manifest.json", true},
+           {"a folder in the place of the signature", L"manifest.sig", true},
+       }) {
+    SCOPED_TRACE(obstacle.what);
+    const PublishSite site;
+    if (obstacle.folder) {
+      ASSERT_TRUE(create_folders(site.site(obstacle.name)));
+    } else {
+      write_text(site.site(obstacle.name), "in the way");
+    }
+    const auto before = site.snapshot();
+    const CommandResult result = site.pack();
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.messages, testing::StartsWith("kvxpublish: " + to_utf8(site.site(obstacle.name)) + ": "));
+    EXPECT_EQ(site.snapshot(), before);
+  }
+}
+
+TEST(Pack, AFailureAfterTheManifestWasReplacedPutsTheOldOneBack) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  ASSERT_TRUE(DeleteFileW(site.site(L"manifest.sig").c_str()));
+  ASSERT_TRUE(create_folders(site.site(L"manifest.sig")));
+  const auto before = site.snapshot();
+  write_text(site.game(L"new.bin"), "new content");
+  EXPECT_EQ(site.pack({"--version=1.1"}).code, 1);
+  EXPECT_EQ(site.snapshot(), before);
+}
+
+TEST(Pack, NamesContentOfTheWrongSize) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  const std::wstring content = site.site(L"files\\" + to_wide(digest_of(site.game(L"bin\\game.exe"))));
+  write_text(content, "cut");
+  const CommandResult result = site.pack();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.messages, "kvxpublish: " + to_utf8(content) +
+                                 ": is damaged: it has not the size of the content it is named after; delete it and "
+                                 "pack again\n");
+}
+
+}  // namespace
+}  // namespace kvx::test

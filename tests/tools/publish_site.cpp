@@ -1,0 +1,102 @@
+#include "tests/tools/publish_site.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+#include "foundations/files.h"
+#include "foundations/paths.h"
+#include "foundations/text.h"
+#include "manifest/built_in_keys.h"
+#include "manifest/json.h"
+#include "manifest/signature.h"
+#include "tools/kvxpublish/commands.h"
+
+namespace kvx::test {
+namespace {
+
+void collect(const std::wstring& folder, const std::wstring& prefix, std::map<std::wstring, std::string>& files) {
+  for (const std::wstring& name : list_folder(folder)) {
+    const std::wstring path = join_path(folder, name);
+    if (is_folder(path)) {
+      files[prefix + name + L'\\'] = "";
+      collect(path, prefix + name + L'\\', files);
+    } else {
+      files[prefix + name] = read_text(path);
+    }
+  }
+}
+
+}  // namespace
+
+std::string development_key(const std::string& name) {
+  std::string path = std::string(KVX_SOURCE_FOLDER) + "/keys/development/" + name + ".pem";
+  std::ranges::replace(path, '/', '\\');
+  return path;
+}
+
+CommandResult kvxpublish(const std::vector<std::string>& arguments) {
+  publish::CommandOutput output;
+  CommandResult result;
+  result.code = publish::run_command(arguments, output);
+  result.data = output.data;
+  result.messages = output.messages;
+  return result;
+}
+
+PublishSite::PublishSite() {
+  write_text(game(L"bin\\game.exe"), "the game");
+  write_text(game(L"data\\a pack.bin"), "some data");
+}
+
+std::string PublishSite::game_folder() const {
+  return to_utf8(folder_ / L"game");
+}
+
+std::string PublishSite::site_folder() const {
+  return to_utf8(folder_ / L"site");
+}
+
+CommandResult PublishSite::pack(const std::vector<std::string>& more) const {
+  std::map<std::string, std::string> single = {{"--out", site_folder()},
+                                               {"--channel", "live"},
+                                               {"--version", "1.0"},
+                                               {"--exe", "bin/game.exe"},
+                                               {"--key", development_key("primary")}};
+  std::vector<std::string> arguments = {"pack", game_folder()};
+  for (const std::string& option : more) {
+    const std::string name = option.substr(0, option.find('='));
+    if (single.contains(name)) {
+      single[name] = option.substr(name.size() + 1);
+    } else {
+      arguments.push_back(option);
+    }
+  }
+  for (const auto& [name, value] : single) {
+    if (!value.empty()) arguments.push_back(std::string(name).append("=").append(value));
+  }
+  return kvxpublish(arguments);
+}
+
+Manifest PublishSite::published(const std::string& channel, bool signed_too) const {
+  const std::wstring prefix = channel == "live" ? L"" : to_wide(channel) + L'\\';
+  const std::string text = read_text(site(prefix + L"manifest.json"));
+  JsonValue root;
+  Manifest manifest;
+  std::string error;
+  EXPECT_TRUE(parse_json(text, root, error)) << error;
+  EXPECT_TRUE(read_manifest(root, L"KVXLauncher.exe", manifest, error)) << error;
+  if (signed_too) {
+    std::string key_name;
+    EXPECT_TRUE(verify_manifest(text, read_text(site(prefix + L"manifest.sig")), built_in_keys(), key_name, error))
+        << error;
+  }
+  return manifest;
+}
+
+std::map<std::wstring, std::string> PublishSite::snapshot() const {
+  std::map<std::wstring, std::string> files;
+  collect(folder_ / L"site", L"", files);
+  return files;
+}
+
+}  // namespace kvx::test

@@ -1,0 +1,47 @@
+// A game's folder and a site for the tests of the publisher's tool, and its commands as a person would type them.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "manifest/manifest.h"
+#include "tests/support/temp_folder.h"
+
+namespace kvx::test {
+
+struct CommandResult {
+  int code = -1;
+  std::string data;
+  std::string messages;
+};
+
+[[nodiscard]] CommandResult kvxpublish(const std::vector<std::string>& arguments);
+
+class PublishSite {
+ public:
+  PublishSite();  // with a game of bin/game.exe and "data/a pack.bin"
+
+  [[nodiscard]] std::wstring game(const std::wstring& name) const { return folder_ / (L"game\\" + name); }
+  [[nodiscard]] std::wstring site(const std::wstring& name) const { return folder_ / (L"site\\" + name); }
+  [[nodiscard]] std::wstring path(const std::wstring& name) const { return folder_ / name; }
+  [[nodiscard]] std::string game_folder() const;
+  [[nodiscard]] std::string site_folder() const;
+
+  // `pack` of the game as version 1.0 for the channel "live", signed with the primary development key; `more` overrides
+  // single options, because a later "--name=value" takes the earlier one's place.
+  [[nodiscard]] CommandResult pack(const std::vector<std::string>& more = {}) const;
+
+  // The manifest that the site publishes, as launchers read it; its signature is checked when `signed_too` is set.
+  [[nodiscard]] Manifest published(const std::string& channel = "live", bool signed_too = true) const;
+
+  // Every file of the site by its path below it.
+  [[nodiscard]] std::map<std::wstring, std::string> snapshot() const;
+
+ private:
+  TempFolder folder_;
+};
+
+[[nodiscard]] std::string development_key(const std::string& name);
+
+}  // namespace kvx::test

@@ -1,0 +1,123 @@
+#include "tools/kvxpublish/sign.h"
+
+#include <gmock/gmock.h>
+#include <string>
+#include <vector>
+
+#include "foundations/text.h"
+#include "manifest/built_in_keys.h"
+#include "manifest/signature.h"
+#include "tests/tools/publish_site.h"
+
+namespace kvx::test {
+namespace {
+
+using testing::IsEmpty;
+
+std::string signing_key_name(const PublishSite& site, const std::wstring& prefix) {
+  std::string name;
+  std::string error;
+  if (!verify_manifest(read_text(site.site(prefix + L"manifest.json")), read_text(site.site(prefix + L"manifest.sig")),
+                       built_in_keys(), name, error)) {
+    return error;
+  }
+  return name;
+}
+
+TEST(Sign, SignsWhatTheSitePublishes) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--key="}).code, 0);
+  for (const auto& [key, identifier] : {std::pair<std::string, std::string>{"primary", "1ef5b9d93b368184"},
+                                        std::pair<std::string, std::string>{"backup", "3b8a98b1ab900a55"}}) {
+    const CommandResult result = kvxpublish({"sign", site.site_folder(), "--key", development_key(key)});
+    EXPECT_EQ(result.code, 0) << result.messages;
+    EXPECT_EQ(result.data, "channel=live\nkey=" + identifier + "\n");
+    EXPECT_THAT(result.messages, IsEmpty());
+    EXPECT_EQ(signing_key_name(site, L""), key);
+  }
+}
+
+TEST(Sign, SignsTheChannelThatIsNamed) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  ASSERT_EQ(site.pack({"--channel=test", "--key="}).code, 0);
+  const std::string live_signature = read_text(site.site(L"manifest.sig"));
+  EXPECT_EQ(kvxpublish({"sign", site.site_folder(), "--channel=test", "--key", development_key("backup")}).code, 0);
+  EXPECT_EQ(signing_key_name(site, L"test\\"), "backup");
+  EXPECT_EQ(read_text(site.site(L"manifest.sig")), live_signature);
+}
+
+TEST(Sign, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {
+  struct Refusal {
+    const char* what;
+    std::string manifest;  // in the place of the published one; empty leaves it
+    std::vector<std::string> options;
+    int code;
+    std::string message;
+  };
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  const std::string good = read_text(site.site(L"manifest.json"));
+  const std::string key = "--key=" + development_key("primary");
+  const std::string folder = site.site_folder();
+  for (const Refusal& refusal : std::vector<Refusal>{
+           {"a channel without a release",
+            "",
+            {"--channel=test", key},
+            1,
+            folder +
+                "\\test\\manifest.json: there is nothing to sign; pack a release of channel \"test\" first, or name "
+                "another with --channel"},
+           {"text that is no JSON", "{", {key}, 3, "launchers would refuse this release: expected string at offset 1"},
+           {"a manifest for another product",
+            R"({"format":1,"product":"X","channel":"live","version":"1","exe":"a","serial":1})",
+            {key},
+            3,
+            "launchers would refuse this release: manifest is for a different product"},
+           {"a key that is missing",
+            "",
+            {"--key=" + folder + "\\none.pem"},
+            6,
+            folder + "\\none.pem: there is no such key file"},
+           {"no key", "", {}, 2, "--key is required; see kvxpublish --help"},
+       }) {
+    SCOPED_TRACE(refusal.what);
+    write_text(site.site(L"manifest.json"), refusal.manifest.empty() ? good : refusal.manifest);
+    const auto before = site.snapshot();
+    std::vector<std::string> arguments = {"sign", folder};
+    arguments.insert(arguments.end(), refusal.options.begin(), refusal.options.end());
+    const CommandResult result = kvxpublish(arguments);
+    EXPECT_EQ(result.code, refusal.code);
+    EXPECT_THAT(result.data, IsEmpty());
+    EXPECT_EQ(result.messages, "kvxpublish: " + refusal.message + "\n");
+    EXPECT_EQ(site.snapshot(), before);
+  }
+}
+
+TEST(Sign, RefusesAReleaseOfAnotherChannel) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack().code, 0);
+  write_text(site.site(L"test\\manifest.json"), read_text(site.site(L"manifest.json")));
+  const CommandResult result =
+      kvxpublish({"sign", site.site_folder(), "--channel=test", "--key=" + development_key("primary")});
+  EXPECT_EQ(result.code, 3);
+  EXPECT_EQ(result.messages,
+            "kvxpublish: launchers on channel \"test\" would refuse this release: it is for channel \"live\"\n");
+}
+
+TEST(Sign, NeverHandsOutASignatureThatDoesNotVerify) {
+  publish::PrivateKey key;
+  publish::PrivateKey other;
+  publish::Failure failure;
+  ASSERT_TRUE(publish::load_key(to_wide(development_key("primary")), key, failure)) << failure.text;
+  ASSERT_TRUE(publish::load_key(to_wide(development_key("backup")), other, failure)) << failure.text;
+  key.public_point = other.public_point;
+  std::string signature;
+  std::string identifier;
+  EXPECT_FALSE(publish::sign_manifest("text", key, signature, identifier, failure));
+  EXPECT_EQ(failure.code, publish::ExitCode::key);
+  EXPECT_THAT(failure.text, testing::EndsWith("public point may not belong to it"));
+}
+
+}  // namespace
+}  // namespace kvx::test

@@ -1,0 +1,31 @@
+#include "ui/worker_thread.h"
+
+#include <gtest/gtest.h>
+
+namespace kvx {
+namespace {
+
+TEST(WorkerThread, RunsItsBodyOnAnotherThreadUntilItIsJoined) {
+  DWORD body_thread = 0;
+  WorkerThread thread;
+  EXPECT_FALSE(thread.joinable());
+  thread.start([&] { body_thread = GetCurrentThreadId(); });
+  EXPECT_TRUE(thread.joinable());
+  thread.join();
+  EXPECT_FALSE(thread.joinable());
+  EXPECT_NE(body_thread, 0U);
+  EXPECT_NE(body_thread, GetCurrentThreadId());
+}
+
+TEST(WorkerThread, MustBeJoinedBeforeItIsDestroyed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        WorkerThread thread;
+        thread.start([] {});
+      },
+      "");
+}
+
+}  // namespace
+}  // namespace kvx

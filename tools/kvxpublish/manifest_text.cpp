@@ -1,0 +1,61 @@
+#include "tools/kvxpublish/manifest_text.h"
+
+#include <nlohmann/json.hpp>
+
+#include "manifest/json.h"
+
+namespace kvx::publish {
+
+using OrderedJson = nlohmann::ordered_json;
+
+std::string manifest_text(const ReleaseDescription& release) {
+  OrderedJson document;
+  document["format"] = 1;
+  document["product"] = "KVX";
+  document["channel"] = release.channel;
+  document["version"] = release.version;
+  document["serial"] = release.serial;
+  document["exe"] = release.exe;
+  if (!release.args.empty()) document["args"] = release.args;
+  if (!release.notes.empty()) document["notes"] = release.notes;
+  if (release.min_free_disk != 0) document["min_free_disk"] = release.min_free_disk;
+  uint64_t total_size = 0;
+  for (const GameFile& file : release.files) total_size += file.size;
+  document["total_size"] = total_size;
+  if (release.launcher) {
+    document["launcher"] = OrderedJson{
+        {"version", release.launcher->version}, {"size", release.launcher->size}, {"sha256", release.launcher->sha256}};
+  }
+  OrderedJson files = OrderedJson::array();
+  for (const GameFile& file : release.files) {
+    files.push_back(OrderedJson{{"path", file.path}, {"size", file.size}, {"sha256", file.sha256}});
+  }
+  document["files"] = std::move(files);
+  if (!release.remove.empty()) document["remove"] = release.remove;
+  return document.dump(1, ' ', false, OrderedJson::error_handler_t::replace) + '\n';
+}
+
+bool check_as_launcher(std::string_view manifest, const std::string& channel, Failure& failure) {
+  Manifest read;
+  return check_as_launcher(manifest, channel, read, failure);
+}
+
+bool check_as_launcher(std::string_view manifest, const std::string& channel, Manifest& read, Failure& failure) {
+  if (manifest.size() > manifest_limit_bytes) {
+    return fail(ExitCode::refused, "launchers would refuse this release: its manifest is larger than 64 MiB", failure);
+  }
+  JsonValue root;
+  std::string error;
+  if (!parse_json(manifest, root, error) || !read_manifest(root, L"KVXLauncher.exe", read, error)) {
+    return fail(ExitCode::refused, "launchers would refuse this release: " + error, failure);
+  }
+  if (read.channel != channel) {
+    return fail(ExitCode::refused,
+                "launchers on channel \"" + channel + "\" would refuse this release: it is for channel \"" +
+                    read.channel + "\"",
+                failure);
+  }
+  return true;
+}
+
+}  // namespace kvx::publish
