@@ -26,7 +26,7 @@ endfunction()
 
 # kvx_launcher_program(TARGET IDENTITY VERSION): the launcher as a program, with its resources.
 function(kvx_launcher_program target identity version)
-  kvx_build_identity(${identity} ${version})
+  kvx_build_identity(${identity} "${version}")
   set(KVX_VERSION "${version}")
   set(resource_script "${CMAKE_BINARY_DIR}/generated/${identity}/launcher.rc")
   configure_file("${CMAKE_SOURCE_DIR}/resources/launcher.rc.in" "${resource_script}" @ONLY)

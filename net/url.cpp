@@ -3,6 +3,9 @@
 #include <windows.h>
 #include <winhttp.h>
 
+#include <algorithm>
+#include <cstddef>
+
 #include "foundations/text.h"
 
 namespace kvx {
@@ -20,6 +23,15 @@ bool is_local_test_server(const std::wstring& host) {
   return equals_ignore_case(host, L"localhost") || host == L"127.0.0.1" || host == L"::1" || host == L"[::1]";
 }
 
+// The splitter refuses a scheme that is not HTTP's with the same code as a text without any.
+bool names_a_scheme(const std::wstring& url) {
+  const size_t end = url.find(L"://");
+  return end != std::wstring::npos && end > 0 &&
+         std::all_of(url.begin(), url.begin() + static_cast<std::ptrdiff_t>(end), [](wchar_t c) {
+           return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
+         });
+}
+
 }  // namespace
 
 bool parse_url(const std::wstring& url, UrlParts& out, std::string& error) {
@@ -29,7 +41,10 @@ bool parse_url(const std::wstring& url, UrlParts& out, std::string& error) {
   parts.dwHostNameLength = measured_by_the_splitter;
   parts.dwUrlPathLength = measured_by_the_splitter;
   parts.dwExtraInfoLength = measured_by_the_splitter;
-  if (WinHttpCrackUrl(url.c_str(), static_cast<DWORD>(url.size()), 0, &parts) == 0) return fail("invalid URL", error);
+  if (WinHttpCrackUrl(url.c_str(), static_cast<DWORD>(url.size()), 0, &parts) == 0) {
+    const bool unknown_scheme = GetLastError() == ERROR_WINHTTP_UNRECOGNIZED_SCHEME && names_a_scheme(url);
+    return fail(unknown_scheme ? "unsupported URL scheme" : "invalid URL", error);
+  }
   if (parts.nScheme != INTERNET_SCHEME_HTTPS && parts.nScheme != INTERNET_SCHEME_HTTP) {
     return fail("unsupported URL scheme", error);
   }

@@ -7,6 +7,6 @@ if [ "${1:-}" != --inner ]; then
 fi
 preset=$2
 shift 2
-# CTest lists the tests of each program first and does not wait as long as a new prefix takes.
-scripts/wine_run.sh
+# CTest lists the tests of each program first, and does not wait as long as a new prefix and its services take.
+scripts/wine_run.sh cmd /c exit
 exec ctest --preset "$preset" --parallel "${KVX_TEST_JOBS:-$(nproc)}" "$@"

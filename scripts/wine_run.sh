@@ -28,6 +28,11 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
   exec 9>&-
 fi
 [ $# -gt 0 ] || exit 0
-# A server that stays for a minute makes the next program start in a moment.
-wineserver -p60 2>/dev/null || true
+# A server that stays for a minute makes the next program start in a moment. The first program starts Wine's services,
+# which keep its standard error open for that minute, and whoever reads that waits: so the first one is a program that
+# nobody reads.
+if ! wineserver -k0 2>/dev/null; then
+  wineserver -p60 2>/dev/null || true
+  "$wine" cmd /c exit </dev/null >/dev/null 2>&1 || true
+fi
 exec "$wine" "$@"

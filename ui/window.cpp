@@ -77,7 +77,10 @@ bool Window::create(HINSTANCE instance, Behaviour behaviour) {
   const INITCOMMONCONTROLSEX controls = {sizeof(controls), ICC_STANDARD_CLASSES | ICC_PROGRESS_CLASS};
   InitCommonControlsEx(&controls);
   instance_ = instance;
-  if (!register_class()) return false;
+  if (!register_class()) {
+    instance_ = nullptr;  // the class is not ours to unregister
+    return false;
+  }
   CreateWindowExW(0, class_name, caption, window_style, CW_USEDEFAULT, CW_USEDEFAULT, 200, 100, nullptr, nullptr,
                   instance, this);  // WM_NCCREATE keeps the handle
   if (window_ == nullptr) return false;

@@ -204,7 +204,7 @@ TEST_F(UpdaterFrame, RefusesAServerAddressThatIsNone) {
   } cases[] = {
       {L"http://example.com/patch/", L"http://example.com/patch/",
        L"plain HTTP is only allowed for a local test server (127.0.0.1 / localhost)"},
-      {L"ftp://127.0.0.1", L"ftp://127.0.0.1/", L"invalid URL"},
+      {L"ftp://127.0.0.1", L"ftp://127.0.0.1/", L"unsupported URL scheme"},
       {L"nonsense", L"nonsense/", L"invalid URL"},
   };
   for (const auto& item : cases) {

@@ -97,14 +97,13 @@ TEST(ParseUrl, NamesTheRuleThatRefusedTheUrl) {
   }
 }
 
-// Systems differ in whether their splitter reads other schemes at all.
 TEST(ParseUrl, RefusesOtherSchemes) {
   for (const wchar_t* url : {L"ftp://update.kvx.example/", L"ftp://localhost/patch/", L"FTP://127.0.0.1/",
                              L"file:///C:/x", L"ws://localhost/", L"httpx://localhost/"}) {
     UrlParts parts;
     std::string error;
     EXPECT_FALSE(parse_url(url, parts, error)) << to_utf8(url);
-    EXPECT_THAT(error, testing::AnyOf("unsupported URL scheme", "invalid URL")) << to_utf8(url);
+    EXPECT_EQ(error, "unsupported URL scheme") << to_utf8(url);
   }
 }
 

@@ -101,6 +101,8 @@ stops "publisher's build with one development key under other names" "holds a de
   -DKVX_PUBLISHER_BUILD=ON "$url" -DKVX_PUBLIC_KEYS="$keys"
 stops "publisher's build with the placeholder" "https://update.kvx.example/patch/ is only a placeholder" \
   -DKVX_PUBLISHER_BUILD=ON "$placeholder" -DKVX_PUBLIC_KEYS="$own"
+stops "publisher's build with the placeholder without its slash" "https://update.kvx.example/patch/ is only a placeholder" \
+  -DKVX_PUBLISHER_BUILD=ON "${placeholder%/}" -DKVX_PUBLIC_KEYS="$own"
 passes "publisher's build" -DKVX_PUBLISHER_BUILD=ON "$url" -DKVX_PUBLIC_KEYS="$own"
 
 for version in '' 1.0-beta v1 1. .1 1..2 1.2.3.4.5 "1 0"; do

@@ -104,9 +104,9 @@ std::string ReleaseBuilder::json() const {
                          "{\"version\":" + quoted(launcher_->first) + "," + content_members(launcher_->second));
   }
   if (min_free_disk_) members.emplace_back("min_free_disk", std::to_string(*min_free_disk_));
-  for (const auto& [name, value] : members_) {
-    std::erase_if(members, [&](const auto& member) { return member.first == name; });
-    members.emplace_back(name, value);
+  for (const auto& given : members_) {
+    std::erase_if(members, [&given](const auto& member) { return member.first == given.first; });
+    members.push_back(given);
   }
   std::string json;
   for (const auto& [name, value] : members) json += (json.empty() ? "" : ",") + quoted(name) + ":" + value;
@@ -124,8 +124,9 @@ Manifest ReleaseBuilder::manifest() const {
 void ReleaseBuilder::publish(ScriptedServer& server) const {
   publish_blobs(server);
   const std::string document = json();
-  server.serve(channel_ + "/manifest.sig", sign_manifest(document));
-  server.serve(channel_ + "/manifest.json", document);
+  const std::string folder = channel_ == "live" ? "" : channel_ + "/";
+  server.serve(folder + "manifest.sig", sign_manifest(document));
+  server.serve(folder + "manifest.json", document);
 }
 
 void ReleaseBuilder::publish_blobs(ScriptedServer& server) const {

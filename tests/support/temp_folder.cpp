@@ -2,9 +2,8 @@
 
 #include <windows.h>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
+#include <gtest/gtest.h>
 
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
@@ -57,9 +56,7 @@ std::string read_text(const std::wstring& path) {
   return bytes;
 }
 
-bool exists(const std::wstring& path) {
-  return GetFileAttributesW(long_path(path).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
+bool exists(const std::wstring& path) { return GetFileAttributesW(long_path(path).c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 void remove_tree(const std::wstring& path) {
   WIN32_FIND_DATAW entry;

@@ -1,9 +1,8 @@
 #include "tests/support/window_driver.h"
 
-#include <algorithm>
-
 #include <commctrl.h>
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace kvx::test {
@@ -50,9 +49,7 @@ std::vector<HWND> children_of(HWND window, const wchar_t* class_name) {
   return children;
 }
 
-LONG_PTR style_of(HWND window) {
-  return GetWindowLongPtrW(window, GWL_STYLE);
-}
+LONG_PTR style_of(HWND window) { return GetWindowLongPtrW(window, GWL_STYLE); }
 
 HWND find_shown_message_box(DWORD process_id) {
   HWND box = find_window(message_box_class, process_id);
@@ -121,9 +118,7 @@ ProgressWindow wait_for_progress_window(DWORD process_id) {
   return found;
 }
 
-bool has_message_box(DWORD process_id) {
-  return find_shown_message_box(process_id) != nullptr;
-}
+bool has_message_box(DWORD process_id) { return find_shown_message_box(process_id) != nullptr; }
 
 MessageBoxWindow wait_for_message_box(DWORD process_id) {
   MessageBoxWindow box;

@@ -48,13 +48,9 @@ PublishSite::PublishSite() {
   write_text(game(L"data\\a pack.bin"), "some data");
 }
 
-std::string PublishSite::game_folder() const {
-  return to_utf8(folder_ / L"game");
-}
+std::string PublishSite::game_folder() const { return to_utf8(folder_ / L"game"); }
 
-std::string PublishSite::site_folder() const {
-  return to_utf8(folder_ / L"site");
-}
+std::string PublishSite::site_folder() const { return to_utf8(folder_ / L"site"); }
 
 CommandResult PublishSite::pack(const std::vector<std::string>& more) const {
   std::map<std::string, std::string> single = {{"--out", site_folder()},

@@ -1,9 +1,8 @@
 #include "ui/window.h"
 
-#include <atomic>
-
 #include <commctrl.h>
 
+#include <atomic>
 #include <future>
 #include <gtest/gtest.h>
 #include <memory>
@@ -88,12 +87,8 @@ class RunningWindow {
   int32_t result_ = -1000;
 };
 
-LONG width_of(const RECT& rect) {
-  return rect.right - rect.left;
-}
-LONG height_of(const RECT& rect) {
-  return rect.bottom - rect.top;
-}
+LONG width_of(const RECT& rect) { return rect.right - rect.left; }
+LONG height_of(const RECT& rect) { return rect.bottom - rect.top; }
 
 void expect_place(HWND control, int x, int y, int width, int height, UINT dpi) {
   const int scale = static_cast<int>(dpi);
@@ -111,9 +106,7 @@ void expect_layout(const ProgressWindow& parts, UINT dpi) {
   expect_place(parts.cancel_button, 362, 102, 100, 28, dpi);
 }
 
-HFONT font_handle(HWND control) {
-  return reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0));
-}
+HFONT font_handle(HWND control) { return reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)); }
 
 LOGFONTW font_of(HWND control) {
   LOGFONTW font{};

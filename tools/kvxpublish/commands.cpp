@@ -35,9 +35,7 @@ std::wstring given_path(const std::string& path) {
   return wide.empty() ? wide : full_path(wide);
 }
 
-std::string line(const std::string& name, const std::string& value) {
-  return name + "=" + value + "\n";
-}
+std::string line(const std::string& name, const std::string& value) { return name + "=" + value + "\n"; }
 
 // Names a file or folder; an empty text would quietly mean the current folder.
 CLI::Option* add_path_option(CLI::App& command, const std::string& name, std::string& value,

@@ -1,12 +1,10 @@
 #include <windows.h>
-
-#include <cstdio>
-#include <exception>
-
 #include <fcntl.h>
 #include <io.h>
 #include <shellapi.h>
 
+#include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 

@@ -1,14 +1,13 @@
 #include "tools/kvxpublish/pem_key.h"
 
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <span>
 #include <vector>
-
-#include <wincrypt.h>
 
 #include "manifest/sha256.h"
 
@@ -63,9 +62,7 @@ class DerReader {
   Bytes rest_;
 };
 
-bool same_bytes(Bytes a, Bytes b) {
-  return std::ranges::equal(a, b);
-}
+bool same_bytes(Bytes a, Bytes b) { return std::ranges::equal(a, b); }
 
 // ECPrivateKey (RFC 5915): version 1, the scalar, the curve (absent inside PKCS#8) and the public point.
 bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::string& error) {

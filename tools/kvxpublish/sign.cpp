@@ -1,11 +1,9 @@
 #include "tools/kvxpublish/sign.h"
 
 #include <windows.h>
-
-#include <array>
-
 #include <bcrypt.h>
 
+#include <array>
 #include <span>
 
 #include "foundations/files.h"
@@ -60,9 +58,7 @@ bool sign_digest(Sha256Digest digest, const PrivateKey& key, std::array<uint8_t,
          written == r_and_s.size();
 }
 
-void append(std::span<const uint8_t> bytes, std::string& out) {
-  out.append(bytes.begin(), bytes.end());
-}
+void append(std::span<const uint8_t> bytes, std::string& out) { out.append(bytes.begin(), bytes.end()); }
 
 }  // namespace
 

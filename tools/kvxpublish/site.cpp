@@ -12,9 +12,7 @@
 namespace kvx::publish {
 namespace {
 
-std::string named(const std::wstring& path, const std::string& text) {
-  return to_utf8(path) + ": " + text;
-}
+std::string named(const std::wstring& path, const std::string& text) { return to_utf8(path) + ": " + text; }
 
 void drop_file(const std::wstring& path) {
   uint32_t ignored = 0;

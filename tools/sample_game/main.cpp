@@ -3,11 +3,9 @@
 // game_started.txt in the working directory then holds, in UTF-8, "directory=" with the working directory and one
 // "argument=" line for each argument, in order. It appears all at once.
 #include <windows.h>
-
-#include <cstdlib>
-
 #include <shellapi.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -65,17 +63,10 @@ void paint(HWND window) {
 
 LRESULT CALLBACK window_procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   switch (message) {
-    case WM_PAINT:
-      paint(window);
-      return 0;
-    case WM_TIMER:
-      DestroyWindow(window);
-      return 0;
-    case WM_DESTROY:
-      PostQuitMessage(0);
-      return 0;
-    default:
-      return DefWindowProcW(window, message, wparam, lparam);
+    case WM_PAINT: paint(window); return 0;
+    case WM_TIMER: DestroyWindow(window); return 0;
+    case WM_DESTROY: PostQuitMessage(0); return 0;
+    default: return DefWindowProcW(window, message, wparam, lparam);
   }
 }
 

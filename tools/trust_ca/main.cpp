@@ -1,12 +1,11 @@
 // trust_ca CERTIFICATE: adds a PEM or DER certificate to the current user's trusted roots, for test servers. Windows
 // asks the user first; Wine does not, and keeps it in the prefix.
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
-
-#include <wincrypt.h>
 
 #include "foundations/error_text.h"
 #include "foundations/files.h"
