@@ -7,25 +7,13 @@
 #include <array>
 #include <cstring>
 
-#include "foundations/unique_handle.h"
+#include "manifest/bcrypt_handles.h"
 #include "manifest/sha256.h"
 
 namespace kvx {
 namespace {
 
 constexpr size_t coordinate_bytes = 32;
-
-struct AlgorithmTraits {
-  using value_type = BCRYPT_ALG_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptCloseAlgorithmProvider(value, 0); }
-};
-
-struct KeyTraits {
-  using value_type = BCRYPT_KEY_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptDestroyKey(value); }
-};
 
 // The platform's ECCPUBLICBLOB: its header and the public point.
 struct PublicKeyBlob {
@@ -60,7 +48,7 @@ bool hash_manifest(std::string_view manifest, Sha256Digest& digest) {
 bool verifies_under(const PublicKey& key, Sha256Digest digest, SignatureFields fields) {
   BCRYPT_ALG_HANDLE opened = nullptr;
   if (BCryptOpenAlgorithmProvider(&opened, BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0) != 0) return false;
-  const UniqueHandle<AlgorithmTraits> provider(opened);
+  const AlgorithmHandle provider(opened);
 
   PublicKeyBlob blob{{BCRYPT_ECDSA_PUBLIC_P256_MAGIC, coordinate_bytes}, key.public_point};
   BCRYPT_KEY_HANDLE imported = nullptr;
@@ -68,7 +56,7 @@ bool verifies_under(const PublicKey& key, Sha256Digest digest, SignatureFields f
                           sizeof(blob), 0) != 0) {
     return false;
   }
-  const UniqueHandle<KeyTraits> public_key(imported);
+  const KeyHandle public_key(imported);
   return BCryptVerifySignature(public_key.get(), nullptr, digest.data(), static_cast<ULONG>(digest.size()),
                                fields.r_and_s.data(), static_cast<ULONG>(fields.r_and_s.size()), 0) == 0;
 }

@@ -27,9 +27,8 @@ bool is_local_test_server(const std::wstring& host) {
 bool names_a_scheme(const std::wstring& url) {
   const size_t end = url.find(L"://");
   return end != std::wstring::npos && end > 0 &&
-         std::all_of(url.begin(), url.begin() + static_cast<std::ptrdiff_t>(end), [](wchar_t c) {
-           return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
-         });
+         std::all_of(url.begin(), url.begin() + static_cast<std::ptrdiff_t>(end),
+                     [](wchar_t c) { return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z'); });
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "foundations/paths.h"
 #include "foundations/text.h"
-#include "foundations/unique_handle.h"
+#include "manifest/bcrypt_handles.h"
 #include "manifest/built_in_keys.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/temp_folder.h"
@@ -19,18 +19,6 @@ namespace kvx::test {
 namespace {
 
 constexpr size_t coordinate_bytes = 32;
-
-struct AlgorithmTraits {
-  using value_type = BCRYPT_ALG_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptCloseAlgorithmProvider(value, 0); }
-};
-
-struct KeyTraits {
-  using value_type = BCRYPT_KEY_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptDestroyKey(value); }
-};
 
 // The platform's ECCPRIVATEBLOB.
 struct PrivateKeyBlob {
@@ -73,13 +61,13 @@ PrivateKeyBlob read_private_key(SigningKey key) {
 std::string sign_digest(const PrivateKeyBlob& key, Sha256Bytes digest) {
   BCRYPT_ALG_HANDLE opened = nullptr;
   EXPECT_EQ(BCryptOpenAlgorithmProvider(&opened, BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0), 0);
-  const UniqueHandle<AlgorithmTraits> provider(opened);
+  const AlgorithmHandle provider(opened);
   PrivateKeyBlob blob = key;
   BCRYPT_KEY_HANDLE imported = nullptr;
   EXPECT_EQ(BCryptImportKeyPair(provider.get(), nullptr, BCRYPT_ECCPRIVATE_BLOB, &imported,
                                 reinterpret_cast<UCHAR*>(&blob), sizeof(blob), 0),
             0);
-  const UniqueHandle<KeyTraits> private_key(imported);
+  const KeyHandle private_key(imported);
   std::string r_and_s(2 * coordinate_bytes, '\0');
   ULONG written = 0;
   EXPECT_EQ(BCryptSignHash(private_key.get(), nullptr, digest.data(), static_cast<ULONG>(digest.size()),

@@ -8,7 +8,7 @@
 
 #include "foundations/files.h"
 #include "foundations/text.h"
-#include "foundations/unique_handle.h"
+#include "manifest/bcrypt_handles.h"
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
 #include "tools/kvxpublish/manifest_text.h"
@@ -19,18 +19,6 @@ namespace {
 
 constexpr uint64_t key_file_limit_bytes = 65536;
 constexpr size_t coordinate_bytes = 32;
-
-struct AlgorithmTraits {
-  using value_type = BCRYPT_ALG_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptCloseAlgorithmProvider(value, 0); }
-};
-
-struct KeyTraits {
-  using value_type = BCRYPT_KEY_HANDLE;
-  static value_type none() { return nullptr; }
-  static void close(value_type value) { BCryptDestroyKey(value); }
-};
 
 // The platform's ECCPRIVATEBLOB.
 struct PrivateKeyBlob {
@@ -43,7 +31,7 @@ static_assert(sizeof(PrivateKeyBlob) == 104);
 bool sign_digest(Sha256Digest digest, const PrivateKey& key, std::array<uint8_t, 2 * coordinate_bytes>& r_and_s) {
   BCRYPT_ALG_HANDLE opened = nullptr;
   if (BCryptOpenAlgorithmProvider(&opened, BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0) != 0) return false;
-  const UniqueHandle<AlgorithmTraits> provider(opened);
+  const AlgorithmHandle provider(opened);
 
   PrivateKeyBlob blob{{BCRYPT_ECDSA_PRIVATE_P256_MAGIC, coordinate_bytes}, key.public_point, key.scalar};
   BCRYPT_KEY_HANDLE imported = nullptr;
@@ -51,7 +39,7 @@ bool sign_digest(Sha256Digest digest, const PrivateKey& key, std::array<uint8_t,
                                               reinterpret_cast<UCHAR*>(&blob), sizeof(blob), 0);
   SecureZeroMemory(&blob, sizeof(blob));
   if (status != 0) return false;
-  const UniqueHandle<KeyTraits> private_key(imported);
+  const KeyHandle private_key(imported);
   ULONG written = 0;
   return BCryptSignHash(private_key.get(), nullptr, digest.data(), static_cast<ULONG>(digest.size()), r_and_s.data(),
                         static_cast<ULONG>(r_and_s.size()), &written, 0) == 0 &&
