@@ -27,10 +27,6 @@ add_link_options(
   -Wl,--no-insert-timestamp)
 add_link_options($<$<CONFIG:Release>:-s>)
 
-if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  link_libraries(pthread)  # clang does not know that libstdc++ needs posix threads here
-endif()
-
 if(KVX_TRAP_UNDEFINED)
   add_compile_options(-fsanitize=undefined -fsanitize-trap=all)
 endif()

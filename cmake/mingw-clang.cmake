@@ -8,6 +8,8 @@ set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
 execute_process(COMMAND x86_64-w64-mingw32-g++-posix -print-libgcc-file-name
                 OUTPUT_VARIABLE libgcc OUTPUT_STRIP_TRAILING_WHITESPACE)
 get_filename_component(gcc_folder ${libgcc} DIRECTORY)
+# As g++ built libstdc++.a: thread-local variables are emulated, and the comparison of type_info is in the library alone.
 set(CMAKE_CXX_FLAGS_INIT
-    "-nostdinc++ -isystem ${gcc_folder}/include/c++ -isystem ${gcc_folder}/include/c++/x86_64-w64-mingw32")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld -L${gcc_folder}")
+    "-Wno-unused-command-line-argument -femulated-tls -D__GXX_TYPEINFO_EQUALITY_INLINE=0 -nostdinc++ -isystem ${gcc_folder}/include/c++ -isystem ${gcc_folder}/include/c++/x86_64-w64-mingw32")
+# clang does not know that libstdc++ needs posix threads on this target.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld -L${gcc_folder}")
