@@ -27,9 +27,9 @@ constexpr size_t large_manifest_files = 500000;
 
 class SilentUi : public kvx::Ui {
  public:
-  void show_status(const std::wstring&, const std::wstring&) override {}
-  uint32_t message_box(const std::wstring&, uint32_t) override { return IDCANCEL; }
-  void allow_cancel(bool) override {}
+  void show_status(const std::wstring& /*unused*/, const std::wstring& /*unused*/) override {}
+  uint32_t message_box(const std::wstring& /*unused*/, uint32_t /*unused*/) override { return IDCANCEL; }
+  void allow_cancel(bool /*unused*/) override {}
 };
 
 double now_seconds() {
