@@ -8,7 +8,6 @@
 namespace kvx::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 

@@ -12,7 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Pointee;
 
 constexpr wchar_t checking[] = L"Checking installed files...";
 
