@@ -104,7 +104,9 @@ class BlobDownload {
     const TransferResult result = position_ < job_.size ? transfer(part.get()) : TransferResult::ok;
     FlushFileBuffers(part.get());
     part.reset();
-    return decide(result, position_ > start);
+    const bool position_grew = position_ > std::max(start, furthest_);
+    furthest_ = std::max(furthest_, position_);
+    return decide(result, position_grew);
   }
 
   // Hashes what an earlier attempt or run left, instead of trusting it.
@@ -230,6 +232,7 @@ class BlobDownload {
     constexpr size_t shown_digits = 16;
     log::write("INTEGRITY FAILURE: %s hashed to %s", job_.hash.c_str(), digest.empty() ? "?" : digest.c_str());
     discard_part();
+    furthest_ = 0;
     if (++integrity_failures_ < most_integrity_failures) return AttemptResult::try_again;
     return give_up("a downloaded file failed the integrity check (" + job_.hash.substr(0, shown_digits) +
                    "...). The file on the server is damaged or was modified");
@@ -242,7 +245,8 @@ class BlobDownload {
 
   Sha256Hasher hasher_;  // over the bytes of the partial file
   uint64_t position_ = 0;
-  uint64_t counted_ = 0;  // of this blob, in the shared progress_done
+  uint64_t furthest_ = 0;  // bytes fetched again after a restart are not new ones
+  uint64_t counted_ = 0;   // of this blob, in the shared progress_done
   bool write_failed_ = false;
   uint32_t write_error_ = 0;
   uint32_t http_status_ = 0;

@@ -82,6 +82,7 @@ class Install {
     const std::wstring blob = context_.store.blob_path(file.sha256);
     if (is_last_use) return move_file(blob, target, error);
     const std::wstring copy = target + L".copy";
+    clear_read_only(copy);  // one left behind may be a copy of a read-only file
     return copy_file(blob, copy, error) && move_file(copy, target, error);
   }
 

@@ -21,7 +21,7 @@ class InstalledCheck {
     announce_hashing();
     for (const uint64_t index : to_hash_) {
       if (!judge_by_content(index)) return false;
-      static_cast<void>(context_.cache.save());
+      save_cache();
     }
     static_cast<void>(context_.cache.save());
     context_.ui.end_progress();
@@ -29,6 +29,12 @@ class InstalledCheck {
   }
 
  private:
+  // After every file, so that the work of a long check survives a cancel or a crash. A cache that something holds takes
+  // seconds to fail; it is not waited for again before the end.
+  void save_cache() {
+    if (cache_can_be_saved_) cache_can_be_saved_ = context_.cache.save();
+  }
+
   [[nodiscard]] std::wstring full_path(const ManifestFile& file) const {
     return context_.install_dir + L'\\' + file.native_path;
   }
@@ -85,6 +91,7 @@ class InstalledCheck {
   std::vector<uint64_t>& to_replace_;
   std::vector<uint64_t> to_hash_;
   uint64_t check_bytes_ = 0;
+  bool cache_can_be_saved_ = true;
 };
 
 }  // namespace

@@ -34,6 +34,10 @@ bool HttpSession::open(const std::wstring& user_agent, std::string& error) {
     return false;
   }
   WinHttpSetTimeouts(handle_.get(), resolve_timeout_ms, connect_timeout_ms, send_timeout_ms, receive_timeout_ms);
+  // The wait for the response's headers is not among those.
+  DWORD response_timeout_ms = receive_timeout_ms;
+  WinHttpSetOption(handle_.get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &response_timeout_ms,
+                   sizeof(response_timeout_ms));
   if (!set_protocols(handle_.get(), WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_3)) {
     // A system without TLS 1.3 refuses the pair.
     static_cast<void>(set_protocols(handle_.get(), WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2));

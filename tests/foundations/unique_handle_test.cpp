@@ -7,7 +7,6 @@ namespace kvx {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::vector<int> closed;
 

@@ -20,7 +20,6 @@ using test::ReleaseBuilder;
 using test::result_text;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 const std::wstring nothing_published = L"No game version is published on the update server for channel \"live\".";
 const std::wstring warning =

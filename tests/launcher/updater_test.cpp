@@ -21,8 +21,6 @@ using test::ReleaseBuilder;
 using test::result_text;
 using test::status_event;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 class UpdaterFrame : public test::UpdaterFixture {
  protected:

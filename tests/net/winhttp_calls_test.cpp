@@ -154,6 +154,13 @@ WINBOOL WINAPI WinHttpQueryHeaders(HINTERNET target, DWORD info, LPCWSTR name, L
   return TRUE;
 }
 
+WINBOOL WINAPI WinHttpQueryDataAvailable(HINTERNET target, LPDWORD available) {
+  EXPECT_EQ(target, request_handle);
+  if (!fake->succeeds("available")) return FALSE;
+  *available = fake->chunks.empty() ? 0 : static_cast<DWORD>(fake->chunks.front().size());
+  return TRUE;
+}
+
 WINBOOL WINAPI WinHttpReadData(HINTERNET target, LPVOID buffer, DWORD size, LPDWORD got) {
   fake->calls.push_back("read " + name_of(target));
   fake->read_buffers.push_back(buffer);
@@ -238,6 +245,7 @@ class WinHttpCalls : public testing::Test {
 constexpr const char* open_automatic = "open KVXLauncher/1.0.0 access 4 proxy none bypass none flags 0";
 constexpr const char* open_default = "open KVXLauncher/1.0.0 access 0 proxy none bypass none flags 0";
 constexpr const char* timeouts = "timeouts of session 10000 10000 30000 60000";
+constexpr const char* response_timeout = "option 7 of session 60000";
 constexpr const char* tls_1_2_and_1_3 = "option 84 of session 10240";
 constexpr const char* tls_1_2 = "option 84 of session 2048";
 
@@ -251,16 +259,24 @@ TEST_F(WinHttpCalls, SessionOpensWithWhatTheSystemKnows) {
   };
   constexpr DWORD refused = ERROR_INVALID_PARAMETER;
   for (const Case& c : {
-           Case{"all is known", {}, {}, {}, {open_automatic, timeouts, tls_1_2_and_1_3}},
-           {"no automatic proxy", {refused}, {}, {}, {open_automatic, open_default, timeouts, tls_1_2_and_1_3}},
-           {"no TLS 1.3", {}, {}, {refused}, {open_automatic, timeouts, tls_1_2_and_1_3, tls_1_2}},
-           {"no TLS option", {}, {}, {refused, refused}, {open_automatic, timeouts, tls_1_2_and_1_3, tls_1_2}},
-           {"no timeouts", {}, {refused}, {}, {open_automatic, timeouts, tls_1_2_and_1_3}},
+           Case{"all is known", {}, {}, {}, {open_automatic, timeouts, response_timeout, tls_1_2_and_1_3}},
+           {"no automatic proxy",
+            {refused},
+            {},
+            {},
+            {open_automatic, open_default, timeouts, response_timeout, tls_1_2_and_1_3}},
+           {"no TLS 1.3", {}, {}, {0, refused}, {open_automatic, timeouts, response_timeout, tls_1_2_and_1_3, tls_1_2}},
+           {"no TLS option",
+            {},
+            {},
+            {0, refused, refused},
+            {open_automatic, timeouts, response_timeout, tls_1_2_and_1_3, tls_1_2}},
+           {"no timeouts", {}, {refused}, {}, {open_automatic, timeouts, response_timeout, tls_1_2_and_1_3}},
            {"an old system",
             {refused},
             {refused},
-            {refused, refused},
-            {open_automatic, open_default, timeouts, tls_1_2_and_1_3, tls_1_2}},
+            {refused, refused, refused},
+            {open_automatic, open_default, timeouts, response_timeout, tls_1_2_and_1_3, tls_1_2}},
        }) {
     fake_.calls.clear();
     fake_.errors = {{"open", c.open_errors}, {"timeouts", c.timeouts_errors}, {"option", c.option_errors}};
@@ -408,7 +424,7 @@ TEST_F(WinHttpCalls, FetchReadsInChunksOf256KiBUntilAReadBringsNothing) {
   std::string body;
   EXPECT_EQ(fetch_to_memory(session_, L"url", body, 524293, error_), 200) << error_;
   EXPECT_EQ(body, std::string(262144, 'a') + "bbbbb" + std::string(262144, 'c'));
-  EXPECT_THAT(fake_.read_sizes, ElementsAre(262144, 262144, 262144, 262144));
+  EXPECT_THAT(fake_.read_sizes, ElementsAre(262144, 5, 262144, 262144));
   EXPECT_THAT(fake_.read_buffers, testing::Each(fake_.read_buffers[0]));
   EXPECT_THAT(fake_.calls,
               ElementsAre("split url flags 0", "connect session host 443 0",
@@ -473,7 +489,7 @@ TEST_F(WinHttpCalls, DownloadPassesItsOneBufferOf1MiBToTheSinkWithoutACopy) {
   fake_.chunks = {std::string(1048576, 'a'), "b", std::string(1048576, 'c')};
   EXPECT_EQ(download(0, 2097153), TransferResult::ok) << error_;
   EXPECT_EQ(received_, std::string(1048576, 'a') + "b" + std::string(1048576, 'c'));
-  EXPECT_THAT(fake_.read_sizes, ElementsAre(1048576, 1048576, 1048576, 1048576));
+  EXPECT_THAT(fake_.read_sizes, ElementsAre(1048576, 1, 1048576, 1048576));
   EXPECT_THAT(fake_.read_buffers, testing::Each(fake_.read_buffers[0]));
   EXPECT_THAT(sink_buffers_, ElementsAre(fake_.read_buffers[0], fake_.read_buffers[0], fake_.read_buffers[0]));
   EXPECT_EQ(http_status_, 200U);

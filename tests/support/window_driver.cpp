@@ -107,7 +107,10 @@ ProgressWindow wait_for_progress_window(DWORD process_id) {
     found.cancel_button = GetDlgItem(found.window, IDCANCEL);
     const std::vector<HWND> bars = children_of(found.window, PROGRESS_CLASSW);
     found.progress_bar = bars.size() == 1 ? bars[0] : nullptr;
-    return texts.size() == 2 && found.cancel_button != nullptr && found.progress_bar != nullptr;
+    // Before they are laid out, all lie in one place and their order says nothing.
+    return texts.size() == 2 && found.cancel_button != nullptr && found.progress_bar != nullptr &&
+           place_of(texts[0]).top < place_of(texts[1]).top &&
+           place_of(texts[1]).top < place_of(found.cancel_button).top;
   };
   if (!wait_until(complete)) {
     ADD_FAILURE() << "the progress window lacks a control";
