@@ -184,6 +184,15 @@ TEST_F(BlobDownload, GivesUpAfterNineRestarts) {
   EXPECT_EQ(log_.messages(), expected);
 }
 
+// A server that ignores ranges and always breaks off at the same place would otherwise be asked for ever.
+TEST_F(BlobDownload, CountsBytesThatItFetchesAgainAsNothingNew) {
+  server_.always(url_path_, ScriptedResponse("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content_.size()) +
+                                             "\r\nConnection: close\r\n\r\n" + content_.substr(0, 10)));
+  EXPECT_EQ(download(content_), "the server does not allow resuming downloads");
+  EXPECT_THAT(asked(), ElementsAre("all", "bytes=10-", "all", "bytes=10-", "all", "bytes=10-", "all", "bytes=10-",
+                                   "all", "bytes=10-"));
+}
+
 TEST_F(BlobDownload, CountsARestartAsAStall) {
   server_.script(url_path_, {answer(416), answer(500)});
   server_.serve(url_path_, content_);

@@ -140,6 +140,14 @@ TEST_F(InstallStep, OverwritesAStaleCopy) {
   EXPECT_FALSE(exists(game(L"a.copy")));
 }
 
+TEST_F(InstallStep, OverwritesAStaleReadOnlyCopy) {
+  write_text(game(L"a.copy"), "left by an interrupted install");
+  SetFileAttributesW(game(L"a.copy").c_str(), FILE_ATTRIBUTE_READONLY);
+  ASSERT_EQ(install_all(ReleaseBuilder().file("a", "same").file("b", "same")), "");
+  EXPECT_EQ(read_text(game(L"a")), "same");
+  EXPECT_FALSE(exists(game(L"a.copy")));
+}
+
 TEST_F(InstallStep, NeverRewritesAFileInPlace) {
   for (const wchar_t* name : {L"a", L"b"}) {
     write_text(game(name), "old");

@@ -142,6 +142,18 @@ TEST_F(InstalledCheck, HashesWhatTheCacheDoesNotKnow) {
   EXPECT_EQ(log_.messages().size(), 1U);
 }
 
+TEST_F(InstalledCheck, DoesNotWaitAfterEachFileForACacheThatCannotBeSaved) {
+  constexpr uint32_t one_failed_save_ms = 6000;
+  make_folder(cache_path_);
+  ReleaseBuilder release;
+  for (const char* name : {"a", "b", "c", "d"}) {
+    release.file(name, name);
+    put_on_disk(name, name);
+  }
+  EXPECT_EQ(check(release), std::vector<uint64_t>());
+  EXPECT_EQ(clock_.total_slept_ms(), 2 * one_failed_save_ms);  // after the first file, and at the end
+}
+
 TEST_F(InstalledCheck, HashesEveryFileOfTheRightSizeForARepair) {
   const ReleaseBuilder release =
       ReleaseBuilder().file("damaged", "right").file("sound", "sound!").file("short", "longer").file("stale", "stale");

@@ -366,6 +366,20 @@ TEST_F(DownloadRange, SeesACancelThatWasThereBefore) {
   EXPECT_EQ(http_status_, 200U);
 }
 
+// The server goes on only when the first bytes have reached the sink.
+TEST_F(DownloadRange, PassesOnWhatASlowServerHasSentSoFar) {
+  const Gate gate;
+  server_.script("blob", {answer_without_length(200, "slow").wait_for(gate).then(" server")});
+  std::string first;
+  on_chunk_ = [&] {
+    if (first.empty()) first = received_;
+    gate.open();
+  };
+  EXPECT_EQ(download(0, 11), TransferResult::ok) << error_;
+  EXPECT_EQ(first, "slow");
+  EXPECT_EQ(received_, "slow server");
+}
+
 TEST_F(DownloadRange, SeesACancelWithoutWaitingForTheRest) {
   const Gate never;
   const std::string first = content(1048576);
