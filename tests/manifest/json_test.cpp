@@ -7,7 +7,7 @@
 namespace kvx {
 namespace {
 
-using std::string_literals::operator""s;
+using std::string_literals::operator""s;  // NOLINT(misc-unused-using-decls): clang-tidy does not see its use
 using testing::ElementsAre;
 using Kind = JsonValue::Kind;
 

@@ -5,7 +5,7 @@
 namespace kvx {
 namespace {
 
-using std::string_literals::operator""s;
+using std::string_literals::operator""s;  // NOLINT(misc-unused-using-decls): clang-tidy does not see its use
 
 constexpr std::wstring_view own_name = L"MyLauncher.exe";
 

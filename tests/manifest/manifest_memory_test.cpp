@@ -29,7 +29,7 @@ void operator delete(void* block) noexcept {
   std::free(block);
 }
 
-void operator delete(void* block, size_t) noexcept { operator delete(block); }
+void operator delete(void* block, size_t /*bytes*/) noexcept { operator delete(block); }
 
 namespace kvx {
 namespace {
