@@ -21,22 +21,17 @@ constexpr uint32_t http_ok = 200;
 constexpr uint32_t http_partial_content = 206;
 constexpr uint32_t http_range_not_satisfiable = 416;
 
-// How much to ask for. A read waits until all of it has come; what is there already comes at once, so that from a slow
-// server a cancel, the progress and the partial file do not wait for a whole buffer. At the end of the body, and when
-// the system does not tell, a read of the whole buffer says what is the matter.
-DWORD next_read_size(const HttpRequest& request, size_t buffer_bytes) {
-  DWORD available = 0;
-  const auto whole = static_cast<DWORD>(buffer_bytes);
-  if (WinHttpQueryDataAvailable(request.request.get(), &available) == 0 || available == 0) return whole;
-  return std::min(available, whole);
-}
-
 // Fills `got` with the bytes read into `buffer`, 0 at the end of the body.
 bool read_chunk(const HttpRequest& request, std::vector<uint8_t>& buffer, size_t& got, const char* step,
                 std::string& error) {
-  const DWORD wanted = next_read_size(request, buffer.size());
+  // A read waits until all that it asks for has come. Asking for what is there already makes a cancel, the progress and
+  // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there.
+  DWORD available = 0;
   DWORD count = 0;
-  if (WinHttpReadData(request.request.get(), buffer.data(), wanted, &count) == 0) {
+  const auto whole = static_cast<DWORD>(buffer.size());
+  if (WinHttpQueryDataAvailable(request.request.get(), &available) == 0 ||
+      WinHttpReadData(request.request.get(), buffer.data(), available == 0 ? whole : std::min(available, whole),
+                      &count) == 0) {
     error = describe_http_error(step, GetLastError());
     return false;
   }

@@ -12,7 +12,7 @@ namespace {
 
 struct Disk {
   uint32_t refuses_with = 0;  // system error code, 0 while it takes everything
-  bool takes_half = false;    // instead of failing
+  bool takes_half = false;    // of the next write, without an error, before it refuses
 };
 
 Disk disk;
@@ -29,10 +29,15 @@ BOOL WINAPI write_to_disk(HANDLE file, LPCVOID bytes, DWORD count, LPDWORD writt
   if (disk.refuses_with == 0 || !is_partial_download(file)) {
     return system_write_file(file, bytes, count, written, overlapped);
   }
+  if (disk.takes_half) {
+    disk.takes_half = false;
+    system_write_file(file, bytes, count / 2, written, overlapped);
+    SetLastError(ERROR_SUCCESS);
+    return TRUE;
+  }
   *written = 0;
-  if (disk.takes_half) system_write_file(file, bytes, count / 2, written, overlapped);
   SetLastError(disk.refuses_with);
-  return disk.takes_half ? TRUE : FALSE;
+  return FALSE;
 }
 
 }  // namespace

@@ -484,6 +484,26 @@ TEST_F(WinHttpCalls, FetchForgetsTheBodyWhenAReadFailsOrItGrowsTooLarge) {
   }
 }
 
+// Wine's WinHTTP crashes in a read after it has told of a broken connection.
+TEST_F(WinHttpCalls, NothingIsReadFromAConnectionThatIsKnownToBeBroken) {
+  open_session();
+  fake_.chunks = {"abc"};
+  fake_.errors["available"] = {0, 12030};
+  std::string body;
+  EXPECT_EQ(fetch_to_memory(session_, L"url", body, 10, error_), 0);
+  EXPECT_EQ(error_, "read: the connection was reset");
+  EXPECT_THAT(fake_.read_sizes, ElementsAre(3));
+
+  open_session();
+  fake_.chunks = {"abc"};
+  fake_.errors["available"] = {0, 12030};
+  fake_.read_sizes.clear();
+  EXPECT_EQ(download(0, 10), TransferResult::network);
+  EXPECT_EQ(error_, "download: the connection was reset");
+  EXPECT_EQ(received_, "abc");
+  EXPECT_THAT(fake_.read_sizes, ElementsAre(3));
+}
+
 TEST_F(WinHttpCalls, DownloadPassesItsOneBufferOf1MiBToTheSinkWithoutACopy) {
   open_session();
   fake_.chunks = {std::string(1048576, 'a'), "b", std::string(1048576, 'c')};
