@@ -86,9 +86,10 @@ make_second_release() {
 publish() {  # publish VERSION ARGUMENT...
   local version=$1
   shift
+  echo "Sample release $version" >"$demo/notes-$version.txt"
   KVX_BUILD=$build scripts/kvxpublish pack "$demo/game-$version" --out "$demo/site" --channel live --version "$version" \
     --exe "bin/KVX sample.exe" --arg=--seconds --arg=1.5 --arg="two words" --arg="Größe" \
-    --notes "Sample release $version" --key "$root/keys/development/primary.pem" "$@"
+    --notes "$demo/notes-$version.txt" --key "$root/keys/development/primary.pem" "$@"
 }
 
 # ---- The server ------------------------------------------------------------------------------------------------------

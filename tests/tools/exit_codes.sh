@@ -11,12 +11,14 @@ printf 'ü' >"game/sub dir/名前.txt"
 printf 'x' >bad/Saved/x
 
 failures=0
-expect() {  # expect CODE STREAM PATTERN ARGUMENT...: the stream matches, the other is empty
-  local code=$1 stream=$2 pattern=$3 actual=0 other
+# expect CODE STREAM PATTERN ARGUMENT...: the stream matches. The other is empty; after success standard error may have
+# notes and the next step.
+expect() {
+  local code=$1 stream=$2 pattern=$3 actual=0
   shift 3
   "$root/scripts/kvxpublish" "$@" >out.txt 2>err.txt || actual=$?
-  [ "$stream" = out ] && other=err || other=out
-  if [ "$actual" != "$code" ] || ! grep -qP "$pattern" "$stream.txt" || [ -s "$other.txt" ]; then
+  if [ "$stream" = out ]; then grep -vE '^(note|next): ' err.txt >other.txt || true; else cp out.txt other.txt; fi
+  if [ "$actual" != "$code" ] || ! grep -qP "$pattern" "$stream.txt" || [ -s other.txt ]; then
     echo "kvxpublish $*: exit code $actual, expected $code with \"$pattern\" on std$stream alone" >&2
     cat out.txt err.txt >&2
     failures=1
@@ -26,19 +28,66 @@ expect() {  # expect CODE STREAM PATTERN ARGUMENT...: the stream matches, the ot
 key=$root/keys/development/primary.pem
 pack=(--channel live --version 1 --exe game.exe)
 expect 0 out '^Usage: kvxpublish ' --help
-expect 0 out '^  kvxpublish pack .*--key primary.pem$' pack --help
-expect 0 out '^  kvxpublish sign site --key primary.pem$' sign --help
+for command in keygen pubkey pack sign digest attach; do
+  expect 0 out "^  kvxpublish $command " "$command" --help
+done
 expect 0 out '^serial=1$' pack game --out "the site" "${pack[@]}" --key "$key" --arg=--full --arg '/one two'
 expect 0 out '^key=1ef5b9d93b368184$' sign "the site" --key "$key"
-expect 1 err '^kvxpublish: .*none: there is no such folder$' pack none --out site "${pack[@]}"
+expect 0 out '^\{"channel":"live","serial":1,"key":"1ef5b9d93b368184"\}$' sign "the site" --key "$key" --json
+expect 0 out '^sha256=[0-9a-f]{64}$' digest "the site" --out digest.bin
+expect 0 out '^public_line=backup [0-9a-f]{16} [0-9a-f]{128}$' keygen --out keys --name backup
+expect 0 out '^identifier=1ef5b9d93b368184$' pubkey "$key"
+tail -c +17 "the site/manifest.sig" >signature.bin
+expect 0 out '^key_name=primary$' attach "the site" --signature signature.bin
+expect 0 out '^key_name=primary$' attach "the site" --signature signature.bin \
+  --public-keys "$root/keys/development/public_keys.txt"
+expect 1 err '^kvxpublish: .*none: there is no such folder$' pack none --out site "${pack[@]}" --unsigned
+expect 1 err '^kvxpublish: .*private_key.pem: is there already' keygen --out keys
 expect 2 err '^kvxpublish: A subcommand is required'
 expect 2 err '^kvxpublish: --out is required' pack game "${pack[@]}"
-expect 2 err '^kvxpublish: --key: 1 required PEM missing' sign "the site" --key=
+expect 2 err '^kvxpublish: --key: the path is empty' sign "the site" --key=
 expect 2 err '^kvxpublish: --key: the path is empty' sign "the site" --key ''
-expect 3 err "rejected path \"Saved/x\": user data folder 'Saved' is never managed$" pack bad --out site "${pack[@]}"
+expect 3 err "rejected path \"Saved/x\": user data folder 'Saved' is never managed$" \
+  pack bad --out site "${pack[@]}" --unsigned
+expect 4 err '^kvxpublish: .*manifest.json: has the same content already, as serial 1$' \
+  pack game --out "the site" "${pack[@]}" --key "$key" --arg=--full --arg '/one two' --previous "the site"
+printf 'Größe' >notes.txt
+expect 0 out '^serial=2$' \
+  pack game --out "the site" "${pack[@]}" --unsigned --notes notes.txt --exclude='*.tmp' --previous "the site"
+expect 6 err 'manifest.sig: there is no signature, .*, or take it as it is with --trust-unsigned-previous$' \
+  pack game --out "the site" "${pack[@]}" --key "$key" --previous "the site"
+expect 4 err '^kvxpublish: .*manifest.json: has the same content already, as serial 2$' pack game --out "the site" \
+  "${pack[@]}" --trust-unsigned-previous --key "$key" --notes notes.txt --exclude='*.tmp' --previous "the site"
+expect 5 err '^kvxpublish: serial 1 is not larger than 2, which .*manifest.json has' \
+  pack game --out "the site" "${pack[@]}" --unsigned --serial 1
 expect 6 err 'game\\game.exe: the key is not a PEM private key$' sign "the site" --key game/game.exe
 
+# Links, to files and to folders.
+mkdir linked
+printf 'game' >linked/game.exe
+ln -s /etc/hostname linked/name.txt
+expect 3 err '^kvxpublish: linked/name.txt: is a link; put the file itself in its place$' \
+  pack linked --out site "${pack[@]}" --unsigned
+rm linked/name.txt
+ln -s /etc linked/folder
+expect 3 err '^kvxpublish: linked/folder: is a link; put the file itself in its place$' \
+  pack linked --out site "${pack[@]}" --unsigned
+# The program itself, as it would do on Windows.
+status=0
+"$root/scripts/wine_run.sh" "$KVX_BUILD/kvxpublish.exe" pack "Z:$PWD/linked" --out "Z:$PWD/site" "${pack[@]}" --unsigned \
+  2>err.txt || status=$?
+[ $status = 3 ] || failures=1
+grep -q 'linked.folder: is a link; put the file itself in its place$' err.txt || failures=1
+
 grep -q '"path": "sub dir/名前.txt"' "the site/manifest.json"
-grep -q '"/one two"' "the site/manifest.json"
+grep -q '"notes": "Größe"' "the site/manifest.json"
+grep -q '"/one two"' "the site/history/live/1.json"
 [ ! -e site ]
+
+# What a failure says in JSON; its text is on standard error too.
+if "$root/scripts/kvxpublish" sign "the site" --key none.pem --json >out.txt 2>err.txt; then failures=1; fi
+grep -qE '^\{"error":".*none.pem: there is no such key file","code":6\}$' out.txt || failures=1
+
+# No colours where nobody sees them.
+if LC_ALL=C grep -q $'\x1b' err.txt; then failures=1; fi
 exit $failures

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # openssl_verifies.sh BUILD_FOLDER WORK_FOLDER
-# Signatures made with keys of either PEM form verify under openssl, for the exact manifest only.
+# Signatures made with keys of either PEM form verify under openssl, for the exact manifest only; openssl reads the keys
+# that the tool makes; and the tool takes openssl's signatures as those of a vault.
 set -euo pipefail
 export KVX_BUILD=$1
 work=$2
@@ -39,3 +40,43 @@ for key in pkcs8 sec1; do
   { cat "$site/manifest.json"; echo; } >changed.json
   if openssl dgst -sha256 -verify $key.pub -signature $key.der changed.json; then exit 1; fi
 done
+
+# A key of the tool's own.
+"$kvxpublish" keygen --out made >made.txt
+openssl pkey -in made/private_key.pem -check -noout
+openssl pkey -in made/private_key.pem -pubout | diff - made/public_key.pem
+fingerprint=$(openssl pkey -pubin -in made/public_key.pem -outform DER | openssl dgst -sha256 -r | head -c 64)
+point=$(openssl pkey -pubin -in made/public_key.pem -outform DER | tail -c 64 | hex)
+grep -qx "fingerprint=$fingerprint" made.txt
+grep -qE "^public_line=primary [0-9a-f]{16} $point\$" made.txt
+"$kvxpublish" sign "site pkcs8" --key made/private_key.pem >/dev/null
+signature_der "site pkcs8/manifest.sig" made.der
+openssl dgst -sha256 -verify made/public_key.pem -signature made.der "site pkcs8/manifest.json"
+
+# The tool knows openssl's keys, whole or half, and their public lines make its list of keys.
+for key in pkcs8 sec1; do
+  "$kvxpublish" pubkey $key.pem >whole.txt
+  "$kvxpublish" pubkey $key.pub | diff - whole.txt
+  sed -n 's/^public_line=//p' whole.txt >>public_keys.txt
+done
+
+# Signing in a vault: openssl gets the digest, or the manifest, and nothing else.
+for key in pkcs8 sec1; do
+  for form in digest manifest; do
+    "$kvxpublish" pack "my gäme" --out vault --channel live --version 1 --exe game.exe --unsigned >/dev/null
+    if [ $form = digest ]; then
+      "$kvxpublish" digest vault --out digest.bin >/dev/null
+      openssl dgst -sha256 -binary vault/manifest.json | cmp - digest.bin
+      openssl pkeyutl -sign -inkey $key.pem -in digest.bin -out vault.der
+    else
+      openssl dgst -sha256 -sign $key.pem -out vault.der vault/manifest.json
+    fi
+    "$kvxpublish" attach vault --signature vault.der --public-keys public_keys.txt >attached.txt
+    grep -qxF "$(grep ^key= $key.txt)" attached.txt
+    signature_der vault/manifest.sig again.der
+    openssl dgst -sha256 -verify $key.pub -signature again.der vault/manifest.json
+  done
+done
+status=0
+"$kvxpublish" attach vault --signature vault.der || status=$?
+[ $status = 6 ]

@@ -64,13 +64,24 @@ X8oURN7GhEGQdJJelFZRHtHPoDq91Cp3qXAZlvjr3w1HrzwBmkhg5HxnoA==
 -----END PUBLIC KEY-----
 )";
 
+const std::string public_p384 = R"(-----BEGIN PUBLIC KEY-----
+MHYwEAYHKoZIzj0CAQYFK4EEACIDYgAEJAaPJX1VACZB2lISKrytV/UxZiQ1sAsG
+3hsANEgMUZv7S8mYNDwOKWJOge/50Hb+0WuYibguFJqtlxRDhUGXbTkYGsZfDjWQ
+Gw/XM91YLrvjtbng5lo4nPPLpq41fu60
+-----END PUBLIC KEY-----
+)";
+const std::string public_ed25519 = R"(-----BEGIN PUBLIC KEY-----
+MCowBQYDK2VwAyEADRjWej4FrSM67BNzvK9S2TURLLU27OlwLPlP9jp5+Zs=
+-----END PUBLIC KEY-----
+)";
+
 TEST(PemKey, ReadsBothFormsThatOpensslWrites) {
   for (const PublicKey& built_in : built_in_keys()) {
     PrivateKey key;
     PublicKey half{};
     std::string error;
     ASSERT_TRUE(read_private_key(development_pem(built_in.name), key, error)) << error;
-    ASSERT_TRUE(public_half(key, half));
+    ASSERT_TRUE(public_half(key.public_point, half));
     EXPECT_EQ(half.identifier, built_in.identifier);
     EXPECT_EQ(half.public_point, built_in.public_point);
   }
@@ -132,6 +143,46 @@ TEST(PemKey, SaysWhatIsWrongWithAnyOtherFile) {
     PrivateKey key;
     std::string error;
     EXPECT_FALSE(read_private_key(c.pem, key, error)) << c.what;
+    EXPECT_EQ(error, c.error) << c.what;
+  }
+}
+
+TEST(PemKey, WritesThePrivateKeyAsOpensslDoes) {
+  for (const char* name : {"primary", "backup"}) {
+    PrivateKey key;
+    std::string error;
+    ASSERT_TRUE(read_private_key(development_pem(name), key, error)) << error;
+    EXPECT_EQ(publish::private_key_pem(key), development_pem(name));
+  }
+}
+
+TEST(PemKey, WritesAndReadsThePublicKeyAsOpensslDoes) {
+  publish::PublicPoint point{};
+  std::string error;
+  ASSERT_TRUE(publish::read_public_point(development_pem("primary"), point, error)) << error;
+  EXPECT_EQ(publish::public_key_pem(point), public_only);
+  publish::PublicPoint read{};
+  ASSERT_TRUE(publish::read_public_point(public_only, read, error)) << error;
+  EXPECT_EQ(read, point);
+}
+
+TEST(PemKey, SaysWhatIsWrongWithAPublicKey) {
+  struct Case {
+    const char* what;
+    std::string pem;
+    const char* error;
+  };
+  std::string cut = public_only;
+  cut.erase(cut.find('\n') + 1, 64);
+  for (const Case& c : std::vector<Case>{
+           {"a cut key", cut, "is damaged: its public key cannot be read"},
+           {"another curve", public_p384, "is not on the curve P-256 (prime256v1)"},
+           {"another kind of key", public_ed25519, "is not an elliptic-curve key"},
+           {"other text", "text", "is not a PEM private key"},
+       }) {
+    publish::PublicPoint point{};
+    std::string error;
+    EXPECT_FALSE(publish::read_public_point(c.pem, point, error)) << c.what;
     EXPECT_EQ(error, c.error) << c.what;
   }
 }

@@ -26,21 +26,31 @@ void collect(const std::wstring& folder, const std::wstring& prefix, std::map<st
   }
 }
 
-}  // namespace
-
-std::string development_key(const std::string& name) {
-  std::string path = std::string(KVX_SOURCE_FOLDER) + "/keys/development/" + name + ".pem";
+std::string native(std::string path) {
   std::ranges::replace(path, '/', '\\');
   return path;
 }
 
+}  // namespace
+
+std::string development_key(const std::string& name) {
+  return native(KVX_SOURCE_FOLDER "/keys/development/" + name + ".pem");
+}
+
+std::wstring development_public_keys() {
+  return to_wide(native(KVX_SOURCE_FOLDER "/keys/development/public_keys.txt"));
+}
+
+std::wstring built_launcher() { return to_wide(native(KVX_BINARY_FOLDER "/KVXLauncher.exe")); }
+
 CommandResult kvxpublish(const std::vector<std::string>& arguments) {
-  publish::CommandOutput output;
-  CommandResult result;
-  result.code = publish::run_command(arguments, output);
-  result.data = output.data;
-  result.messages = output.messages;
-  return result;
+  CapturedConsole console;
+  return kvxpublish(arguments, console);
+}
+
+CommandResult kvxpublish(const std::vector<std::string>& arguments, CapturedConsole& console) {
+  const int code = publish::run_command(arguments, console);
+  return {code, console.data, console.messages};
 }
 
 PublishSite::PublishSite() {
@@ -49,6 +59,10 @@ PublishSite::PublishSite() {
 }
 
 std::string PublishSite::game_folder() const { return to_utf8(folder_ / L"game"); }
+
+std::string PublishSite::verify_hint(const std::string& channel) const {
+  return "next: kvxpublish verify \"" + site_folder() + "\" --channel " + channel + "\n";
+}
 
 std::string PublishSite::site_folder() const { return to_utf8(folder_ / L"site"); }
 
@@ -67,6 +81,7 @@ CommandResult PublishSite::pack(const std::vector<std::string>& more) const {
       arguments.push_back(option);
     }
   }
+  if (single["--key"].empty()) arguments.emplace_back("--unsigned");
   for (const auto& [name, value] : single) {
     if (!value.empty()) arguments.push_back(std::string(name).append("=").append(value));
   }

@@ -7,6 +7,7 @@
 
 #include "manifest/manifest.h"
 #include "tests/support/temp_folder.h"
+#include "tests/tools/captured_console.h"
 
 namespace kvx::test {
 
@@ -17,6 +18,7 @@ struct CommandResult {
 };
 
 [[nodiscard]] CommandResult kvxpublish(const std::vector<std::string>& arguments);
+[[nodiscard]] CommandResult kvxpublish(const std::vector<std::string>& arguments, CapturedConsole& console);
 
 class PublishSite {
  public:
@@ -28,9 +30,12 @@ class PublishSite {
   [[nodiscard]] std::string game_folder() const;
   [[nodiscard]] std::string site_folder() const;
 
-  // `pack` of the game as version 1.0 for the channel "live", signed with the primary development key; `more` overrides
-  // single options, because a later "--name=value" takes the earlier one's place.
+  // `pack` of the game as version 1.0 for the channel "live", signed with the primary development key. `more` overrides
+  // single options, because a later "--name=value" takes the earlier one's place; "--key=" leaves the release unsigned.
   [[nodiscard]] CommandResult pack(const std::vector<std::string>& more = {}) const;
+
+  // The next step that a command names after it has signed.
+  [[nodiscard]] std::string verify_hint(const std::string& channel = "live") const;
 
   // The manifest that the site publishes, as launchers read it; its signature is checked when `signed_too` is set.
   [[nodiscard]] Manifest published(const std::string& channel = "live", bool signed_too = true) const;
@@ -43,5 +48,8 @@ class PublishSite {
 };
 
 [[nodiscard]] std::string development_key(const std::string& name);
+[[nodiscard]] std::wstring development_public_keys();
+// The launcher of the build under test.
+[[nodiscard]] std::wstring built_launcher();
 
 }  // namespace kvx::test

@@ -31,8 +31,8 @@ TEST(Sign, SignsWhatTheSitePublishes) {
                                         std::pair<std::string, std::string>{"backup", "3b8a98b1ab900a55"}}) {
     const CommandResult result = kvxpublish({"sign", site.site_folder(), "--key", development_key(key)});
     EXPECT_EQ(result.code, 0) << result.messages;
-    EXPECT_EQ(result.data, "channel=live\nkey=" + identifier + "\n");
-    EXPECT_THAT(result.messages, IsEmpty());
+    EXPECT_EQ(result.data, "channel=live\nserial=1\nkey=" + identifier + "\n");
+    EXPECT_EQ(result.messages, site.verify_hint());
     EXPECT_EQ(signing_key_name(site, L""), key);
   }
 }
@@ -68,12 +68,16 @@ TEST(Sign, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {
             folder +
                 "\\test\\manifest.json: there is nothing to sign; pack a release of channel \"test\" first, or name "
                 "another with --channel"},
-           {"text that is no JSON", "{", {key}, 3, "launchers would refuse this release: expected string at offset 1"},
+           {"text that is no JSON",
+            "{",
+            {key},
+            3,
+            folder + "\\manifest.json: launchers would refuse this release: expected string at offset 1"},
            {"a manifest for another product",
             R"({"format":1,"product":"X","channel":"live","version":"1","exe":"a","serial":1})",
             {key},
             3,
-            "launchers would refuse this release: manifest is for a different product"},
+            folder + "\\manifest.json: launchers would refuse this release: manifest is for a different product"},
            {"a key that is missing",
             "",
             {"--key=" + folder + "\\none.pem"},
@@ -102,7 +106,30 @@ TEST(Sign, RefusesAReleaseOfAnotherChannel) {
       kvxpublish({"sign", site.site_folder(), "--channel=test", "--key=" + development_key("primary")});
   EXPECT_EQ(result.code, 3);
   EXPECT_EQ(result.messages,
-            "kvxpublish: launchers on channel \"test\" would refuse this release: it is for channel \"live\"\n");
+            "kvxpublish: " + site.site_folder() +
+                "\\test\\manifest.json: launchers on channel \"test\" would refuse this release: it is for channel "
+                "\"live\"\n");
+}
+
+TEST(Sign, KeepsTheSignatureInTheHistoryToo) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--key=", "--serial=7"}).code, 0);
+  EXPECT_FALSE(exists(site.site(L"history\\live\\7.sig")));
+  ASSERT_EQ(kvxpublish({"sign", site.site_folder(), "--key", development_key("backup")}).code, 0);
+  EXPECT_EQ(read_text(site.site(L"history\\live\\7.sig")), read_text(site.site(L"manifest.sig")));
+  EXPECT_EQ(read_text(site.site(L"history\\live\\7.json")), read_text(site.site(L"manifest.json")));
+}
+
+TEST(Sign, TellsThatLaunchersOfThisBuildDoNotKnowTheKey) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--key="}).code, 0);
+  const std::string keys = to_utf8(site.path(L"keys"));
+  const std::string made = kvxpublish({"keygen", "--out", keys}).data;
+  const std::string identifier = made.substr(made.find("identifier=") + 11, 16);
+  const CommandResult result = kvxpublish({"sign", site.site_folder(), "--key", keys + "\\private_key.pem"});
+  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.messages, "note: the launcher of this build does not know key " + identifier +
+                                 "; only launchers built with it take the release\n" + site.verify_hint());
 }
 
 TEST(Sign, NeverHandsOutASignatureThatDoesNotVerify) {

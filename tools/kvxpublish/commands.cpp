@@ -1,167 +1,138 @@
 #include "tools/kvxpublish/commands.h"
 
-// Plain paths are enough, and <filesystem> would double the program's size.
-#define CLI11_HAS_FILESYSTEM 0
-#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <exception>
 
-#include "foundations/paths.h"
-#include "foundations/text.h"
+#include "tools/kvxpublish/attach.h"
+#include "tools/kvxpublish/cli11.h"
+#include "tools/kvxpublish/command.h"
+#include "tools/kvxpublish/diff.h"
+#include "tools/kvxpublish/digest.h"
+#include "tools/kvxpublish/keygen.h"
 #include "tools/kvxpublish/pack.h"
+#include "tools/kvxpublish/promote.h"
+#include "tools/kvxpublish/prune.h"
+#include "tools/kvxpublish/pubkey.h"
+#include "tools/kvxpublish/publish.h"
+#include "tools/kvxpublish/rollback.h"
+#include "tools/kvxpublish/serve.h"
 #include "tools/kvxpublish/sign.h"
+#include "tools/kvxpublish/verify.h"
 
 namespace kvx::publish {
 namespace {
 
-// Options as they stand on the command line; paths become full ones in the requests.
-struct PackOptions {
-  PackRequest request;
-  std::string game_folder;
-  std::string site;
-  uint64_t serial = 0;
-  std::string launcher;
-  std::string key;
+struct CommandEntry {
+  const char* name;
+  const char* description;
+  DefineCommand define;
 };
 
-struct SignOptions {
-  std::string site;
-  std::string channel = "live";
-  std::string key;
+// In the order of the general help.
+constexpr CommandEntry command_table[] = {
+    {"keygen", "Make a key pair for signing releases", define_keygen},
+    {"pubkey", "Show what a build of the launcher needs of a key", define_pubkey},
+    {"pack", "Turn a game's folder into a release on a site", define_pack},
+    {"sign", "Sign the release that a site publishes", define_sign},
+    {"digest", "Show what a key in a vault must sign", define_digest},
+    {"attach", "Add a signature that was made in a vault", define_attach},
+    {"verify", "Check whether launchers would take what a site offers", define_verify},
+    {"diff", "Show what a release would change for players of another", define_diff},
+    {"publish", "Bring a release to the folder that a server hands out", define_publish},
+    {"promote", "Offer what one channel has on another too", define_promote},
+    {"rollback", "Publish an older release again, as the newest", define_rollback},
+    {"prune", "Delete old releases and content that none needs", define_prune},
+    {"serve", "Hand a site out over HTTPS on this machine, with nginx", define_serve},
 };
 
-std::wstring given_path(const std::string& path) {
-  std::wstring wide = to_wide(path);
-  std::ranges::replace(wide, L'/', L'\\');
-  return wide.empty() ? wide : full_path(wide);
-}
+struct DefinedCommand {
+  CLI::App* options;
+  RunCommand run;
+};
 
-std::string line(const std::string& name, const std::string& value) { return name + "=" + value + "\n"; }
+constexpr const char* general_footer =
+    "Exit codes: 0 done, 1 failed, 2 usage, 3 launchers would refuse it, 4 nothing to do, 5 serial conflict,\n"
+    "6 key or signature. Each command has a --help of its own.";
 
-// Names a file or folder; an empty text would quietly mean the current folder.
-CLI::Option* add_path_option(CLI::App& command, const std::string& name, std::string& value,
-                             const std::string& description) {
-  return command.add_option(name, value, description)->check([](const std::string& text) {
-    return std::string(text.empty() ? "the path is empty" : "");
-  });
-}
-
-CLI::Option* add_pack_options(CLI::App& command, PackOptions& options) {
-  PackRequest& request = options.request;
-  add_path_option(command, "GAME_DIR", options.game_folder, "The folder of the game; all files in it are packed")
-      ->required();
-  add_path_option(command, "--out", options.site, "The site's folder; it is made when it is missing")
-      ->required()
-      ->type_name("SITE");
-  command.add_option("--channel", request.channel, "The release channel, for example live or test")
-      ->required()
-      ->type_name("C");
-  command.add_option("--version", request.version, "The release's version, one to four numbers with dots")
-      ->required()
-      ->type_name("V");
-  command.add_option("--exe", request.exe, "The program to start, relative to GAME_DIR")->required()->type_name("P");
-  CLI::Option* serial = command.add_option("--serial", options.serial,
-                                           "The release's number; by default one more than the published one");
-  serial->type_name("N");
-  command.add_option("--arg", request.args, "An argument for the program, as --arg=A; may be repeated")
-      ->type_name("A")
-      ->expected(1)
-      ->take_all();
-  command.add_option("--notes", request.notes, "Release notes, for the launcher's log")->type_name("T");
-  command.add_option("--min-free-disk", request.min_free_disk, "Bytes of free disk to ask for beside the download")
-      ->type_name("N");
-  command.add_option("--remove", request.remove, "A file of older releases to delete; may be repeated")
-      ->type_name("P")
-      ->expected(1)
-      ->take_all();
-  CLI::Option* launcher =
-      add_path_option(command, "--launcher", options.launcher, "A launcher that replaces older ones")->type_name("EXE");
-  CLI::Option* launcher_version =
-      command.add_option("--launcher-version", request.launcher_version, "That launcher's version")->type_name("V");
-  launcher->needs(launcher_version);
-  launcher_version->needs(launcher);
-  add_path_option(command, "--key", options.key, "Sign with this private key, an unencrypted P-256 PEM file")
-      ->type_name("PEM");
-  command.footer(
-      "Example:\n"
-      "  kvxpublish pack build\\game --out site --channel live --version 1.2 --exe bin/game.exe --key primary.pem");
-  return serial;
-}
-
-void add_sign_options(CLI::App& command, SignOptions& options) {
-  add_path_option(command, "SITE", options.site, "The site's folder")->required();
-  add_path_option(command, "--key", options.key, "The private key, an unencrypted P-256 PEM file")
-      ->required()
-      ->type_name("PEM");
-  command.add_option("--channel", options.channel, "The release channel")->type_name("C")->capture_default_str();
-  command.footer("Example:\n  kvxpublish sign site --key primary.pem");
-}
-
-bool run_pack(PackOptions& options, bool serial_given, CommandOutput& output, Failure& failure) {
-  PackRequest& request = options.request;
-  request.game_folder = given_path(options.game_folder);
-  request.site = given_path(options.site);
-  request.launcher = given_path(options.launcher);
-  request.key = given_path(options.key);
-  if (serial_given) request.serial = options.serial;
-  PackSummary summary;
-  if (!pack(request, summary, failure)) return false;
-  output.data = line("channel", request.channel) + line("version", request.version) +
-                line("serial", std::to_string(summary.serial)) + line("files", std::to_string(summary.file_count)) +
-                line("bytes", std::to_string(summary.total_bytes)) +
-                line("added_files", std::to_string(summary.added_count)) +
-                line("added_bytes", std::to_string(summary.added_bytes));
-  if (summary.key_identifier.empty()) {
-    output.messages = "The release is not signed yet, and launchers refuse it until it is: kvxpublish sign \"" +
-                      options.site + "\" --channel " + request.channel + " --key PEM\n";
-  } else {
-    output.data += line("key", summary.key_identifier);
+std::vector<DefinedCommand> define_commands(CLI::App& app, bool& as_json) {
+  std::vector<DefinedCommand> commands;
+  for (const CommandEntry& entry : command_table) {
+    CLI::App* options = app.add_subcommand(entry.name, entry.description);
+    commands.push_back({options, entry.define(*options)});
+    options->add_flag("--json", as_json, "Write one JSON object to standard output");
   }
-  return true;
+  return commands;
 }
 
-bool run_sign(const SignOptions& options, CommandOutput& output, Failure& failure) {
-  std::string key_identifier;
-  if (!sign_site(given_path(options.site), options.channel, given_path(options.key), key_identifier, failure)) {
-    return false;
+// Looked for before the command line is known to be right, so that what is wrong with it is told in the same form.
+bool asks_for_json(const std::vector<std::string>& arguments) {
+  return std::ranges::find(arguments, "--json") != arguments.end();
+}
+
+// As the library takes them: the last first. It would take the argument after "--name=" for the value that is missing.
+std::vector<std::string> prepared(const std::vector<std::string>& arguments) {
+  std::vector<std::string> words;
+  for (const std::string& argument : arguments) {
+    const bool has_empty_value = argument.starts_with("--") && argument.find('=') == argument.size() - 1;
+    words.push_back(has_empty_value ? argument.substr(0, argument.size() - 1) : argument);
+    if (has_empty_value) words.emplace_back();
   }
-  output.data = line("channel", options.channel) + line("key", key_identifier);
-  return true;
+  std::ranges::reverse(words);
+  return words;
+}
+
+// The library would only say that a command is missing.
+bool names_unknown_command(const std::vector<std::string>& arguments) {
+  return !arguments.empty() && !arguments[0].starts_with('-') &&
+         std::ranges::none_of(command_table, [&](const CommandEntry& entry) { return arguments[0] == entry.name; });
+}
+
+// The library ends some help texts with a line feed, and some without.
+std::string one_line_end(std::string text) {
+  while (text.ends_with('\n')) text.pop_back();
+  return text + '\n';
+}
+
+int end_with(const Failure& failure, bool as_json, Console& console) {
+  write_failure(failure, as_json, console);
+  return static_cast<int>(failure.code);
+}
+
+int run_defined(const DefinedCommand& command, bool as_json, Console& console) {
+  Report report;
+  Failure failure;
+  if (!command.run({console, report}, failure)) return end_with(failure, as_json, console);
+  write_report(report, as_json, console);
+  return static_cast<int>(ExitCode::done);
 }
 
 }  // namespace
 
-int run_command(std::vector<std::string> arguments, CommandOutput& output) {
+int run_command(const std::vector<std::string>& arguments, Console& console) {
   CLI::App app("Makes releases of a game that KVX Launcher installs.", "kvxpublish");
   app.require_subcommand(1);
-  app.footer(
-      "Exit codes: 0 done, 1 failed, 2 usage, 3 launchers would refuse it, 6 key or signature.\n"
-      "Each command has a --help of its own.");
-  PackOptions pack_options;
-  SignOptions sign_options;
-  CLI::App* pack_command = app.add_subcommand("pack", "Turn a game's folder into a release on a site");
-  CLI::App* sign_command = app.add_subcommand("sign", "Sign the release that a site publishes");
-  const CLI::Option* serial = add_pack_options(*pack_command, pack_options);
-  add_sign_options(*sign_command, sign_options);
-
+  app.allow_windows_style_options(false);  // a path may begin with a slash
+  app.footer(general_footer);
+  bool as_json = false;
+  const std::vector<DefinedCommand> commands = define_commands(app, as_json);
+  const bool wants_json = asks_for_json(arguments);
+  if (names_unknown_command(arguments)) {
+    return end_with({ExitCode::usage, "there is no command \"" + arguments[0] + "\"; see kvxpublish --help"},
+                    wants_json, console);
+  }
+  const auto is_parsed = [](const DefinedCommand& command) { return command.options->parsed(); };
   try {
-    std::ranges::reverse(arguments);  // as CLI11 takes them
-    app.parse(std::move(arguments));
+    app.parse(prepared(arguments));
+    return run_defined(*std::ranges::find_if(commands, is_parsed), as_json, console);
   } catch (const CLI::CallForHelp&) {
-    const CLI::App* asked = pack_command->parsed() ? pack_command : sign_command->parsed() ? sign_command : &app;
-    output.data = asked == &app ? app.help() : asked->help(app.get_name());
+    const auto asked = std::ranges::find_if(commands, is_parsed);
+    console.write_data(one_line_end(asked == commands.end() ? app.help() : asked->options->help(app.get_name())));
     return static_cast<int>(ExitCode::done);
   } catch (const CLI::ParseError& error) {
-    output.messages = std::string("kvxpublish: ") + error.what() + "; see kvxpublish --help\n";
-    return static_cast<int>(ExitCode::usage);
+    return end_with({ExitCode::usage, std::string(error.what()) + "; see kvxpublish --help"}, wants_json, console);
+  } catch (const std::exception& error) {
+    return end_with({ExitCode::failed, error.what()}, wants_json, console);
   }
-
-  Failure failure;
-  const bool done = pack_command->parsed() ? run_pack(pack_options, serial->count() > 0, output, failure)
-                                           : run_sign(sign_options, output, failure);
-  if (done) return static_cast<int>(ExitCode::done);
-  output.data.clear();
-  output.messages = "kvxpublish: " + failure.text + "\n";
-  return static_cast<int>(failure.code);
 }
 
 }  // namespace kvx::publish

@@ -4,14 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "tools/kvxpublish/console.h"
+
 namespace kvx::publish {
 
-struct CommandOutput {
-  std::string data;      // for standard output
-  std::string messages;  // for standard error
-};
-
-// Runs one command; `arguments` is UTF-8 without the program's name. Returns the exit code.
-[[nodiscard]] int run_command(std::vector<std::string> arguments, CommandOutput& output);
+// Runs one command; `arguments` is UTF-8 without the program's name. Returns the exit code, after everything that is to
+// be said has been written to the console.
+[[nodiscard]] int run_command(const std::vector<std::string>& arguments, Console& console);
 
 }  // namespace kvx::publish

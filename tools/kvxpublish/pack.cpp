@@ -1,140 +1,252 @@
 #include "tools/kvxpublish/pack.h"
 
 #include <algorithm>
-#include <limits>
+#include <set>
+#include <string_view>
 
 #include "foundations/files.h"
 #include "foundations/text.h"
+#include "foundations/version_number.h"
+#include "tools/kvxpublish/channel_rule.h"
+#include "tools/kvxpublish/content_pass.h"
+#include "tools/kvxpublish/earlier_releases.h"
 #include "tools/kvxpublish/game_folder.h"
+#include "tools/kvxpublish/launcher_file.h"
 #include "tools/kvxpublish/manifest_text.h"
+#include "tools/kvxpublish/private_key_check.h"
+#include "tools/kvxpublish/release_names.h"
+#include "tools/kvxpublish/removals.h"
+#include "tools/kvxpublish/same_release.h"
 #include "tools/kvxpublish/sign.h"
 #include "tools/kvxpublish/site.h"
+#include "tools/kvxpublish/site_lock.h"
+#include "tools/kvxpublish/trust.h"
 
 namespace kvx::publish {
 namespace {
 
-constexpr uint64_t largest_serial = std::numeric_limits<int64_t>::max();
+constexpr uint64_t notes_limit_bytes = 1048576;
+
+// What an install needs beside its files: the launcher's own state, and up to a cluster more for each file.
+constexpr uint64_t state_room_bytes = 16777216;
+constexpr uint64_t cluster_bytes = 4096;
 
 bool lies_in(const std::wstring& path, const std::wstring& folder) {
   const std::wstring prefix = folder.ends_with(L'\\') ? folder : folder + L'\\';
   return equals_ignore_case(path, folder) || starts_with_ignore_case(path, prefix);
 }
 
-bool check_folders(const PackRequest& request, Failure& failure) {
-  if (!is_folder(request.game_folder)) {
-    return fail(ExitCode::failed, to_utf8(request.game_folder) + ": there is no such folder", failure);
-  }
-  if (lies_in(request.site, request.game_folder)) {
-    return fail(ExitCode::usage,
-                to_utf8(request.site) +
-                    ": the site lies in the game's folder and would be packed itself; name another "
-                    "with --out",
-                failure);
-  }
-  return true;
+std::string with_slashes(std::string path) {
+  std::ranges::replace(path, '\\', '/');
+  return path;
 }
 
-// Launchers never go back to a smaller serial than they have seen.
-bool settle_serial(const PackRequest& request, const SitePaths& paths, uint64_t& serial, Failure& failure) {
-  serial = request.serial.value_or(1);
-  if (!is_file(paths.manifest)) return true;
-  std::string bytes;
-  if (!read_file(paths.manifest, manifest_limit_bytes, bytes)) {
-    return fail(ExitCode::failed, to_utf8(paths.manifest) + ": the published manifest cannot be read", failure);
+bool read_notes(const std::wstring& path, std::string& notes, Failure& failure) {
+  if (path.empty()) return true;
+  const std::string name = to_utf8(path);
+  if (!is_file(path)) return fail(ExitCode::failed, name + ": there is no such file with notes", failure);
+  if (!read_file(path, notes_limit_bytes, notes)) {
+    return fail(ExitCode::failed, name + ": the notes cannot be read, or are larger than 1 MiB", failure);
   }
-  Manifest published;
-  Failure unreadable;
-  if (!check_as_launcher(bytes, request.channel, published, unreadable)) {
-    if (request.serial) return true;
-    return fail(ExitCode::failed,
-                to_utf8(paths.manifest) + ": the published serial cannot be read; give the new one with --serial",
-                failure);
-  }
-  const auto former = static_cast<uint64_t>(published.serial);
-  if (!request.serial) {
-    serial = former + 1;
-    return former < largest_serial ||
-           fail(ExitCode::refused, to_utf8(paths.manifest) + ": there is no serial after the published one", failure);
-  }
-  if (serial < former) {
-    return fail(ExitCode::refused,
-                "launchers would refuse this release: serial " + std::to_string(serial) +
-                    " is smaller than the published " + std::to_string(former) +
-                    "; leave --serial out to take the next",
-                failure);
-  }
-  return true;
+  constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+  if (notes.starts_with(byte_order_mark)) notes.erase(0, byte_order_mark.size());
+  while (notes.ends_with('\n') || notes.ends_with('\r')) notes.pop_back();
+  return to_utf8(to_wide(notes)) == notes ||
+         fail(ExitCode::refused, name + ": the notes are not UTF-8 text; save them as UTF-8", failure);
 }
 
-bool describe_launcher(const PackRequest& request, std::optional<LauncherEntry>& launcher, Failure& failure) {
-  if (request.launcher.empty()) return true;
-  LauncherEntry entry;
-  entry.present = true;
-  entry.version = request.launcher_version;
-  if (!measure_file(request.launcher, entry.size, entry.sha256, failure)) return false;
-  launcher = entry;
-  return true;
+// The most that an install can need beside its downloads: files with equal content are downloaded once and installed
+// each.
+uint64_t needed_free_disk(const std::vector<GameFile>& files) {
+  uint64_t bytes = state_room_bytes;
+  std::set<std::string_view> seen;
+  for (const GameFile& file : files) bytes += cluster_bytes + (seen.insert(file.sha256).second ? 0 : file.size);
+  return bytes;
 }
 
-bool describe_release(const PackRequest& request, uint64_t serial, ReleaseDescription& release, Failure& failure) {
-  release.channel = request.channel;
-  release.version = request.version;
-  release.exe = request.exe;
-  std::ranges::replace(release.exe, '\\', '/');
-  release.serial = serial;
-  release.args = request.args;
-  release.notes = request.notes;
-  release.min_free_disk = request.min_free_disk;
-  release.remove = request.remove;
-  for (std::string& path : release.remove) std::ranges::replace(path, '\\', '/');
-  return read_game_folder(request.game_folder, release.files, failure) &&
-         describe_launcher(request, release.launcher, failure);
+std::vector<std::string> paths_of(const std::vector<GameFile>& files) {
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const GameFile& file : files) paths.push_back(file.path);
+  return paths;
 }
 
-bool add_content(const PackRequest& request, const ReleaseDescription& release, SiteWriter& writer, Failure& failure) {
-  for (const GameFile& file : release.files) {
-    if (!writer.add_content(file.source, file.sha256, file.size, failure)) return false;
+// Everything that a player may still have of the releases before.
+std::vector<std::string> paths_of(const Manifest& previous) {
+  std::vector<std::string> paths;
+  for (const ManifestFile& file : previous.files) paths.push_back(file.path);
+  for (const ManifestRemoval& removal : previous.remove) paths.push_back(removal.path);
+  return paths;
+}
+
+// One run of the command, used once.
+class Packing {
+ public:
+  Packing(const PackRequest& request, Console& console, PackSummary& summary, Failure& failure)
+      : request_(request), console_(console), summary_(summary), failure_(failure) {}
+
+  bool run() {
+    return check_request() && lock_.acquire(request_.site, failure_) && load_earlier_releases() && describe() &&
+           check_names() && check_for_news() && write();
   }
-  return !release.launcher ||
-         writer.add_content(request.launcher, release.launcher->sha256, release.launcher->size, failure);
-}
+
+ private:
+  bool fail_with(ExitCode code, std::string text) { return fail(code, std::move(text), failure_); }
+
+  bool check_request() {
+    if (!is_folder(request_.game_folder)) {
+      return fail_with(ExitCode::failed, to_utf8(request_.game_folder) + ": there is no such folder");
+    }
+    if (lies_in(request_.site, request_.game_folder)) {
+      return fail_with(ExitCode::usage, to_utf8(request_.site) +
+                                            ": the site lies in the game's folder and would be packed itself; name "
+                                            "another with --out");
+    }
+    return check_channel(request_.channel, failure_) && load_keys();
+  }
+
+  // Whoever holds the signing key trusts it, too.
+  bool load_keys() {
+    if (!load_trusted_keys(request_.public_keys, trusted_keys_, failure_)) return false;
+    if (request_.key.empty()) return true;
+    NamedKey own{"own", {}};
+    if (!load_key(request_.key, key_, failure_)) return false;
+    if (!public_half(key_.public_point, own.key)) {
+      return fail_with(ExitCode::failed, "SHA-256 is not available on this system");
+    }
+    trusted_keys_.push_back(std::move(own));
+    return true;
+  }
+
+  bool load_earlier_releases() {
+    return load_previous(request_.previous, request_.channel, trusted_keys_, earlier_, failure_) &&
+           load_published(to_utf8(request_.site), request_.channel, request_.serial.has_value(), earlier_, failure_) &&
+           settle_serial(earlier_, request_.serial, release_.serial, failure_);
+  }
+
+  bool describe() {
+    release_.channel = request_.channel;
+    release_.version = request_.version;
+    release_.exe = with_slashes(request_.exe);
+    release_.args = request_.args;
+    return read_notes(request_.notes, release_.notes, failure_) && describe_launcher() && describe_files();
+  }
+
+  bool describe_launcher() {
+    const LauncherEntry before = earlier_.previous ? earlier_.previous->launcher : LauncherEntry();
+    if (request_.launcher.empty()) {
+      if (before.present) {
+        summary_.notes.push_back("the release before hands out launcher " + before.version +
+                                 " and this one none; add --launcher to keep it");
+      }
+      return true;
+    }
+    LauncherEntry entry;
+    const PublicPoint* const signer = request_.key.empty() ? nullptr : &key_.public_point;
+    if (!describe_launcher_file(request_.launcher, signer, entry, failure_)) return false;
+    if (signer == nullptr) {
+      summary_.notes.emplace_back("the launcher must know the key that will sign; nothing has checked that");
+    }
+    if (before.present && compare_versions(entry.version, before.version) < 0) {
+      summary_.notes.push_back("launcher " + entry.version + " is older than " + before.version +
+                               " of the release before, and launchers never go back");
+    }
+    release_.launcher = std::move(entry);
+    return true;
+  }
+
+  bool describe_files() {
+    std::vector<std::string> unused;
+    if (!list_game_folder(request_.game_folder, request_.exclude, release_.files, unused, failure_)) return false;
+    if (!check_no_private_key(release_.files, request_.key, failure_)) return false;
+    for (const std::string& pattern : unused) summary_.notes.push_back("--exclude " + pattern + " matched nothing");
+    std::vector<std::string> remove;
+    for (const std::string& path : request_.remove) remove.push_back(with_slashes(path));
+    release_.remove = removal_list(earlier_.previous.value_or(Manifest()), release_.files, remove);
+    if (!earlier_.previous && earlier_.published_serial) {
+      summary_.notes.emplace_back(
+          "without --previous, files of earlier releases that this one has not stay with the players");
+    }
+    return true;
+  }
+
+  // Everything that names and sizes can show, before any file is opened or written.
+  bool check_names() {
+    const std::vector<std::string> paths = paths_of(release_.files);
+    if (!check_release_names(paths, failure_)) return false;
+    if (earlier_.previous && !check_names_against(paths_of(*earlier_.previous), paths, failure_)) return false;
+    ReleaseDescription trial = release_;
+    for (GameFile& file : trial.files) file.sha256.assign(64, '0');  // any digest will do
+    return check_as_launcher(manifest_text(trial), request_.channel, failure_);
+  }
+
+  // Only a release that looks the same from outside is worth reading once more.
+  bool check_for_news() {
+    if (!earlier_.previous || !looks_like(release_, *earlier_.previous)) return true;
+    if (!measure_files(release_.files, console_, failure_)) return false;
+    settle_free_disk();
+    return !has_same_content(release_, *earlier_.previous) ||
+           fail_with(ExitCode::nothing_to_do, earlier_.previous_name + ": has the same content already, as serial " +
+                                                  std::to_string(earlier_.previous->serial));
+  }
+
+  void settle_free_disk() {
+    release_.min_free_disk = request_.min_free_disk.value_or(needed_free_disk(release_.files));
+  }
+
+  bool write() {
+    SiteWriter writer(site_paths(request_.site, request_.channel));
+    if (!writer.prepare(failure_) || !store_files(release_.files, writer, console_, failure_) ||
+        !store_launcher(writer)) {
+      return false;
+    }
+    settle_free_disk();
+    const std::string manifest = manifest_text(release_);
+    std::string signature_file;
+    Manifest read;
+    if (!check_as_launcher(manifest, request_.channel, read, failure_) ||
+        !check_republished(earlier_, release_.serial, manifest, failure_) || !sign(manifest, signature_file) ||
+        !writer.publish(release_.serial, manifest, signature_file, failure_)) {
+      return false;
+    }
+    sum_up(read, writer);
+    return true;
+  }
+
+  bool store_launcher(SiteWriter& writer) {
+    return !release_.launcher ||
+           writer.add_content(request_.launcher, release_.launcher->sha256, release_.launcher->size, failure_);
+  }
+
+  bool sign(const std::string& manifest, std::string& signature_file) {
+    return request_.key.empty() || sign_manifest(manifest, key_, signature_file, summary_.key_identifier, failure_);
+  }
+
+  void sum_up(const Manifest& read, const SiteWriter& writer) {
+    summary_.serial = release_.serial;
+    summary_.file_count = read.files.size();
+    summary_.total_bytes = read.total_size;
+    summary_.removal_count = read.remove.size();
+    summary_.added_count = writer.added_count();
+    summary_.added_bytes = writer.added_bytes();
+    summary_.launcher_version = read.launcher.version;
+  }
+
+  const PackRequest& request_;
+  Console& console_;
+  PackSummary& summary_;
+  Failure& failure_;
+  SiteLock lock_;
+  PrivateKey key_;
+  std::vector<NamedKey> trusted_keys_;
+  EarlierReleases earlier_;
+  ReleaseDescription release_;
+};
 
 }  // namespace
 
-bool pack(const PackRequest& request, PackSummary& summary, Failure& failure) {
-  if (!check_folders(request, failure)) return false;
-  if (!is_channel_name(request.channel)) {
-    return fail(ExitCode::refused,
-                "launchers would refuse the channel \"" + request.channel +
-                    R"(": a channel is 1 to 32 characters of a-z, 0-9, "-" and "_")",
-                failure);
-  }
-  PrivateKey key;
-  if (!request.key.empty() && !load_key(request.key, key, failure)) return false;
-
-  const SitePaths paths = site_paths(request.site, request.channel);
-  ReleaseDescription release;
-  uint64_t serial = 0;
-  if (!settle_serial(request, paths, serial, failure)) return false;
-  if (!describe_release(request, serial, release, failure)) return false;
-  const std::string manifest = manifest_text(release);
-  Manifest read;
-  if (!check_as_launcher(manifest, request.channel, read, failure)) return false;
-  std::string signature_file;
-  if (!request.key.empty() && !sign_manifest(manifest, key, signature_file, summary.key_identifier, failure)) {
-    return false;
-  }
-
-  SiteWriter writer(paths);
-  if (!writer.prepare(failure)) return false;
-  if (!add_content(request, release, writer, failure)) return false;
-  if (!writer.publish(manifest, signature_file, failure)) return false;
-  summary.serial = serial;
-  summary.file_count = release.files.size();
-  summary.total_bytes = read.total_size;
-  summary.added_count = writer.added_count();
-  summary.added_bytes = writer.added_bytes();
-  return true;
+bool pack(const PackRequest& request, Console& console, PackSummary& summary, Failure& failure) {
+  return Packing(request, console, summary, failure).run();
 }
 
 }  // namespace kvx::publish

@@ -6,24 +6,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "manifest/sha256.h"
+#include "tools/kvxpublish/der.h"
 
 namespace kvx::publish {
 namespace {
 
-using Bytes = std::span<const uint8_t>;
-
-constexpr uint8_t tag_integer = 0x02;
-constexpr uint8_t tag_bit_string = 0x03;
-constexpr uint8_t tag_octet_string = 0x04;
-constexpr uint8_t tag_object_identifier = 0x06;
-constexpr uint8_t tag_sequence = 0x30;
 constexpr uint8_t tag_parameters = 0xA0;  // [0] of an ECPrivateKey
 constexpr uint8_t tag_public_key = 0xA1;  // [1]
 constexpr uint8_t uncompressed_point = 0x04;
+constexpr size_t pem_line_characters = 64;
 
 constexpr std::array<uint8_t, 7> oid_ec_public_key = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
 constexpr std::array<uint8_t, 8> oid_prime256v1 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
@@ -33,50 +27,31 @@ bool fail(const char* text, std::string& error) {
   return false;
 }
 
-// Takes DER values off the front of a run of bytes.
-class DerReader {
- public:
-  explicit DerReader(Bytes bytes) : rest_(bytes) {}
-
-  [[nodiscard]] bool next_is(uint8_t tag) const { return !rest_.empty() && rest_[0] == tag; }
-
-  // The content of the next value; nothing when its tag is another or its length runs past the end.
-  std::optional<Bytes> take(uint8_t tag) {
-    if (rest_.size() < 2 || rest_[0] != tag) return std::nullopt;
-    size_t header = 2;
-    size_t length = rest_[1];
-    if (length >= 0x80) {
-      const size_t count = length & 0x7F;
-      if (count == 0 || count > 2 || rest_.size() < header + count) return std::nullopt;
-      length = 0;
-      for (size_t i = 0; i < count; ++i) length = length << 8 | rest_[header + i];
-      header += count;
-    }
-    if (rest_.size() - header < length) return std::nullopt;
-    const Bytes content = rest_.subspan(header, length);
-    rest_ = rest_.subspan(header + length);
-    return content;
-  }
-
- private:
-  Bytes rest_;
-};
-
 bool same_bytes(Bytes a, Bytes b) { return std::ranges::equal(a, b); }
+
+// A bit string with an uncompressed point; it begins with its count of unused bits.
+bool read_point(DerReader& reader, PublicPoint& public_point) {
+  const auto point = reader.take(der_bit_string);
+  if (!point || point->size() != 2 + public_point.size() || (*point)[0] != 0 || (*point)[1] != uncompressed_point) {
+    return false;
+  }
+  std::ranges::copy(point->subspan(2), public_point.begin());
+  return true;
+}
 
 // ECPrivateKey (RFC 5915): version 1, the scalar, the curve (absent inside PKCS#8) and the public point.
 bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::string& error) {
   constexpr const char* malformed = "is damaged: its EC private key cannot be read";
   DerReader outer(der);
-  const auto sequence = outer.take(tag_sequence);
+  const auto sequence = outer.take(der_sequence);
   if (!sequence) return fail(malformed, error);
   DerReader fields(*sequence);
-  const auto version = fields.take(tag_integer);
-  const auto scalar = fields.take(tag_octet_string);
+  const auto version = fields.take(der_integer);
+  const auto scalar = fields.take(der_octet_string);
   if (!version || version->size() != 1 || (*version)[0] != 1 || !scalar) return fail(malformed, error);
   if (fields.next_is(tag_parameters)) {
     DerReader parameters(*fields.take(tag_parameters));
-    const auto curve = parameters.take(tag_object_identifier);
+    const auto curve = parameters.take(der_object_identifier);
     if (!curve) return fail(malformed, error);
     curve_known = same_bytes(*curve, oid_prime256v1);
   }
@@ -85,13 +60,8 @@ bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::stri
   const auto wrapped = fields.take(tag_public_key);
   if (!wrapped) return fail("holds no public point; let openssl write it again with \"openssl pkey\"", error);
   DerReader point_reader(*wrapped);
-  const auto point = point_reader.take(tag_bit_string);
-  // A bit string begins with its count of unused bits.
-  if (!point || point->size() != 2 + key.public_point.size() || (*point)[0] != 0 || (*point)[1] != uncompressed_point) {
-    return fail(malformed, error);
-  }
+  if (!read_point(point_reader, key.public_point)) return fail(malformed, error);
   std::ranges::copy(*scalar, key.scalar.begin());
-  std::ranges::copy(point->subspan(2), key.public_point.begin());
   return true;
 }
 
@@ -99,17 +69,17 @@ bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::stri
 bool read_pkcs8(Bytes der, PrivateKey& key, std::string& error) {
   constexpr const char* malformed = "is damaged: its PKCS#8 structure cannot be read";
   DerReader outer(der);
-  const auto sequence = outer.take(tag_sequence);
+  const auto sequence = outer.take(der_sequence);
   if (!sequence) return fail(malformed, error);
   DerReader fields(*sequence);
-  const auto version = fields.take(tag_integer);
-  const auto algorithm = fields.take(tag_sequence);
-  const auto inner = fields.take(tag_octet_string);
+  const auto version = fields.take(der_integer);
+  const auto algorithm = fields.take(der_sequence);
+  const auto inner = fields.take(der_octet_string);
   if (!version || !algorithm || !inner) return fail(malformed, error);
   DerReader identifiers(*algorithm);
-  const auto kind = identifiers.take(tag_object_identifier);
+  const auto kind = identifiers.take(der_object_identifier);
   if (!kind || !same_bytes(*kind, oid_ec_public_key)) return fail("is not an elliptic-curve key", error);
-  const auto curve = identifiers.take(tag_object_identifier);
+  const auto curve = identifiers.take(der_object_identifier);
   return read_ec_private_key(*inner, curve && same_bytes(*curve, oid_prime256v1), key, error);
 }
 
@@ -136,6 +106,50 @@ std::optional<std::vector<uint8_t>> pem_block(std::string_view pem, const std::s
   return bytes;
 }
 
+// SubjectPublicKeyInfo (RFC 5480).
+bool read_public_info(Bytes der, PublicPoint& point, std::string& error) {
+  constexpr const char* malformed = "is damaged: its public key cannot be read";
+  DerReader outer(der);
+  const auto sequence = outer.take(der_sequence);
+  if (!sequence) return fail(malformed, error);
+  DerReader fields(*sequence);
+  const auto algorithm_fields = fields.take(der_sequence);
+  if (!algorithm_fields) return fail(malformed, error);
+  DerReader identifiers(*algorithm_fields);
+  const auto kind = identifiers.take(der_object_identifier);
+  if (!kind || !same_bytes(*kind, oid_ec_public_key)) return fail("is not an elliptic-curve key", error);
+  const auto curve = identifiers.take(der_object_identifier);
+  if (!curve || !same_bytes(*curve, oid_prime256v1)) return fail("is not on the curve P-256 (prime256v1)", error);
+  return read_point(fields, point) || fail(malformed, error);
+}
+
+std::string as_text(Bytes bytes) { return {bytes.begin(), bytes.end()}; }
+
+std::string algorithm() {
+  return der_value(der_sequence, der_value(der_object_identifier, as_text(oid_ec_public_key)) +
+                                     der_value(der_object_identifier, as_text(oid_prime256v1)));
+}
+
+std::string bit_string_of(const PublicPoint& point) {
+  return std::string(1, '\0') + static_cast<char>(uncompressed_point) + as_text(point);
+}
+
+std::string pem_text(const std::string& label, const std::string& der) {
+  const auto* bytes = reinterpret_cast<const BYTE*>(der.data());
+  const auto length = static_cast<DWORD>(der.size());
+  constexpr DWORD one_line = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
+  DWORD count = 0;
+  if (CryptBinaryToStringA(bytes, length, one_line, nullptr, &count) == 0) return {};
+  std::string base64(count, '\0');
+  if (CryptBinaryToStringA(bytes, length, one_line, base64.data(), &count) == 0) return {};
+  base64.resize(count);
+  std::string pem = "-----BEGIN " + label + "-----\n";
+  for (size_t at = 0; at < base64.size(); at += pem_line_characters) {
+    pem += base64.substr(at, pem_line_characters) + '\n';
+  }
+  return pem + "-----END " + label + "-----\n";
+}
+
 }  // namespace
 
 bool read_private_key(std::string_view pem, PrivateKey& key, std::string& error) {
@@ -151,13 +165,37 @@ bool read_private_key(std::string_view pem, PrivateKey& key, std::string& error)
   return fail("is not a PEM private key", error);
 }
 
-bool public_half(const PrivateKey& key, PublicKey& half) {
+bool read_public_point(std::string_view pem, PublicPoint& point, std::string& error) {
+  if (const auto public_info = pem_block(pem, "PUBLIC KEY")) return read_public_info(*public_info, point, error);
+  PrivateKey key;
+  const bool read = read_private_key(pem, key, error);
+  point = key.public_point;
+  SecureZeroMemory(key.scalar.data(), key.scalar.size());
+  return read;
+}
+
+std::string private_key_pem(const PrivateKey& key) {
+  const std::string version_0 = der_value(der_integer, std::string_view("\0", 1));
+  const std::string version_1 = der_value(der_integer, "\1");
+  const std::string public_part = der_value(tag_public_key, der_value(der_bit_string, bit_string_of(key.public_point)));
+  const std::string scalar = der_value(der_octet_string, as_text(key.scalar));
+  const std::string inner = der_value(der_sequence, version_1 + scalar + public_part);
+  return pem_text("PRIVATE KEY", der_value(der_sequence, version_0 + algorithm() + der_value(der_octet_string, inner)));
+}
+
+std::string public_key_der(const PublicPoint& point) {
+  return der_value(der_sequence, algorithm() + der_value(der_bit_string, bit_string_of(point)));
+}
+
+std::string public_key_pem(const PublicPoint& point) { return pem_text("PUBLIC KEY", public_key_der(point)); }
+
+bool public_half(const PublicPoint& point, PublicKey& half) {
   Sha256Hasher hasher;
   Sha256Digest digest{};
-  if (!hasher.update(key.public_point.data(), key.public_point.size()) || !hasher.finish(digest)) return false;
+  if (!hasher.update(point.data(), point.size()) || !hasher.finish(digest)) return false;
   half.name = "signing key";
   std::copy_n(digest.begin(), half.identifier.size(), half.identifier.begin());
-  half.public_point = key.public_point;
+  half.public_point = point;
   return true;
 }
 

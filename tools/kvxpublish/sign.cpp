@@ -1,66 +1,79 @@
 #include "tools/kvxpublish/sign.h"
 
 #include <windows.h>
-#include <bcrypt.h>
 
-#include <array>
+#include <algorithm>
+#include <memory>
 #include <span>
 
 #include "foundations/files.h"
 #include "foundations/text.h"
-#include "manifest/bcrypt_handles.h"
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
-#include "tools/kvxpublish/manifest_text.h"
+#include "tools/kvxpublish/cli11.h"
+#include "tools/kvxpublish/ecdsa.h"
+#include "tools/kvxpublish/folder_site.h"
+#include "tools/kvxpublish/given_path.h"
+#include "tools/kvxpublish/public_keys.h"
 #include "tools/kvxpublish/site.h"
+#include "tools/kvxpublish/site_lock.h"
 
 namespace kvx::publish {
 namespace {
 
 constexpr uint64_t key_file_limit_bytes = 65536;
-constexpr size_t coordinate_bytes = 32;
 
-// The platform's ECCPRIVATEBLOB.
-struct PrivateKeyBlob {
-  BCRYPT_ECCKEY_BLOB header;
-  std::array<uint8_t, 2 * coordinate_bytes> point;
-  std::array<uint8_t, coordinate_bytes> scalar;
+struct SignOptions {
+  std::string site;
+  std::string channel;
+  std::string key;
 };
-static_assert(sizeof(PrivateKeyBlob) == 104);
-
-bool sign_digest(Sha256Digest digest, const PrivateKey& key, std::array<uint8_t, 2 * coordinate_bytes>& r_and_s) {
-  BCRYPT_ALG_HANDLE opened = nullptr;
-  if (BCryptOpenAlgorithmProvider(&opened, BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0) != 0) return false;
-  const AlgorithmHandle provider(opened);
-
-  PrivateKeyBlob blob{{BCRYPT_ECDSA_PRIVATE_P256_MAGIC, coordinate_bytes}, key.public_point, key.scalar};
-  BCRYPT_KEY_HANDLE imported = nullptr;
-  const NTSTATUS status = BCryptImportKeyPair(provider.get(), nullptr, BCRYPT_ECCPRIVATE_BLOB, &imported,
-                                              reinterpret_cast<UCHAR*>(&blob), sizeof(blob), 0);
-  SecureZeroMemory(&blob, sizeof(blob));
-  if (status != 0) return false;
-  const KeyHandle private_key(imported);
-  ULONG written = 0;
-  return BCryptSignHash(private_key.get(), nullptr, digest.data(), static_cast<ULONG>(digest.size()), r_and_s.data(),
-                        static_cast<ULONG>(r_and_s.size()), &written, 0) == 0 &&
-         written == r_and_s.size();
-}
 
 void append(std::span<const uint8_t> bytes, std::string& out) { out.append(bytes.begin(), bytes.end()); }
 
+bool run_sign(const SignOptions& options, const CommandContext& context, Failure& failure) {
+  PrivateKey key;
+  PublishedRelease release;
+  std::string signature_file;
+  std::string key_identifier;
+  SiteLock lock;
+  if (!load_key(given_path(options.key), key, failure) || !lock.acquire(given_path(options.site), failure) ||
+      !read_release_to_sign(options.site, options.channel, release, failure) ||
+      !sign_manifest(release.manifest_bytes, key, signature_file, key_identifier, failure) ||
+      !place_signature(options.site, release, signature_file, failure)) {
+    return false;
+  }
+  context.report.add("channel", options.channel);
+  context.report.add("serial", static_cast<uint64_t>(release.manifest.serial));
+  context.report.add("key", key_identifier);
+  note_unknown_key(key_identifier, context.report);
+  context.report.next_step(verify_command(options.site, options.channel));
+  return true;
+}
+
 }  // namespace
 
-bool load_key(const std::wstring& path, PrivateKey& key, Failure& failure) {
+bool load_key_file(const std::wstring& path, std::string& pem, Failure& failure) {
   const std::string name = to_utf8(path);
-  std::string pem;
   if (!is_file(path)) return fail(ExitCode::key, name + ": there is no such key file", failure);
-  if (!read_file(path, key_file_limit_bytes, pem)) {
-    return fail(ExitCode::key, name + ": the key file cannot be read", failure);
-  }
+  return read_file(path, key_file_limit_bytes, pem) ||
+         fail(ExitCode::key, name + ": the key file cannot be read", failure);
+}
+
+bool load_key(const std::wstring& path, PrivateKey& key, Failure& failure) {
+  std::string pem;
+  if (!load_key_file(path, pem, failure)) return false;
   std::string error;
   const bool read = read_private_key(pem, key, error);
   SecureZeroMemory(pem.data(), pem.size());
-  return read || fail(ExitCode::key, name + ": the key " + error, failure);
+  return read || fail(ExitCode::key, to_utf8(path) + ": the key " + error, failure);
+}
+
+std::string signature_file_of(const PublicKey& key, const std::array<uint8_t, 64>& r_and_s) {
+  std::string file(signature_magic);
+  append(key.identifier, file);
+  append(r_and_s, file);
+  return file;
 }
 
 bool sign_manifest(std::string_view manifest, const PrivateKey& key, std::string& signature_file,
@@ -68,18 +81,16 @@ bool sign_manifest(std::string_view manifest, const PrivateKey& key, std::string
   PublicKey half{};
   Sha256Hasher hasher;
   Sha256Digest digest{};
-  if (!public_half(key, half) || !hasher.update(manifest.data(), manifest.size()) || !hasher.finish(digest)) {
+  if (!public_half(key.public_point, half) || !hasher.update(manifest.data(), manifest.size()) ||
+      !hasher.finish(digest)) {
     return fail(ExitCode::failed, "SHA-256 is not available on this system", failure);
   }
-  std::array<uint8_t, 2 * coordinate_bytes> r_and_s{};
+  std::array<uint8_t, 64> r_and_s{};
   if (!sign_digest(digest, key, r_and_s)) {
     return fail(ExitCode::key, "the system's cryptography did not take the key; its public point may not belong to it",
                 failure);
   }
-  signature_file = signature_magic;
-  append(half.identifier, signature_file);
-  append(r_and_s, signature_file);
-
+  signature_file = signature_file_of(half, r_and_s);
   std::string key_name;
   std::string error;
   if (!verify_manifest(manifest, signature_file, std::span(&half, 1), key_name, error)) {
@@ -87,32 +98,48 @@ bool sign_manifest(std::string_view manifest, const PrivateKey& key, std::string
                 "the new signature does not verify (" + error + "); the key's public point may not belong to it",
                 failure);
   }
-  key_identifier = to_hex(half.identifier.data(), half.identifier.size());
+  key_identifier = identifier_text(half);
   return true;
 }
 
-bool sign_site(const std::wstring& site, const std::string& channel, const std::wstring& key_path,
-               std::string& key_identifier, Failure& failure) {
-  PrivateKey key;
-  if (!load_key(key_path, key, failure)) return false;
-  const SitePaths paths = site_paths(site, channel);
-  if (!is_file(paths.manifest)) {
-    return fail(ExitCode::failed,
-                to_utf8(paths.manifest) + ": there is nothing to sign; pack a release of channel \"" + channel +
-                    "\" first, or name another with --channel",
-                failure);
-  }
-  std::string manifest;
-  if (!read_file(paths.manifest, manifest_limit_bytes, manifest)) {
-    return fail(ExitCode::failed, to_utf8(paths.manifest) + ": cannot be read, or is larger than 64 MiB", failure);
-  }
-  if (!check_as_launcher(manifest, channel, failure)) return false;
-  std::string signature_file;
-  if (!sign_manifest(manifest, key, signature_file, key_identifier, failure)) return false;
-  if (!write_file_atomic(paths.signature, signature_file)) {
-    return fail(ExitCode::failed, to_utf8(paths.signature) + ": cannot be written", failure);
-  }
-  return true;
+bool read_release_to_sign(const std::string& site_folder, const std::string& channel, PublishedRelease& release,
+                          Failure& failure) {
+  const auto site = open_folder_site(site_folder);
+  const Search search = read_release(*site, channel, release, failure);
+  if (search != Search::absent) return search == Search::found;
+  return fail(ExitCode::failed,
+              site->name_of(manifest_name(channel)) + ": there is nothing to sign; pack a release of channel \"" +
+                  channel + "\" first, or name another with --channel",
+              failure);
+}
+
+bool place_signature(const std::string& site_folder, const PublishedRelease& release, const std::string& signature_file,
+                     Failure& failure) {
+  SiteWriter writer(site_paths(given_path(site_folder), release.manifest.channel));
+  return writer.prepare(failure) && writer.publish(static_cast<uint64_t>(release.manifest.serial),
+                                                   release.manifest_bytes, signature_file, failure);
+}
+
+void note_unknown_key(const std::string& key_identifier, Report& report) {
+  const auto is_it = [&](const PublicKey& key) { return identifier_text(key) == key_identifier; };
+  if (std::ranges::any_of(built_in_keys(), is_it)) return;
+  report.note("the launcher of this build does not know key " + key_identifier +
+              "; only launchers built with it take the release");
+}
+
+std::string verify_command(const std::string& site, const std::string& channel) {
+  return "kvxpublish verify \"" + site + "\" --channel " + channel;
+}
+
+RunCommand define_sign(CLI::App& command) {
+  const auto options = std::make_shared<SignOptions>();
+  add_site_folder(command, options->site);
+  add_path_option(command, "--key", options->key, "The private key, an unencrypted P-256 PEM file")
+      ->required()
+      ->type_name("PEM");
+  add_channel_option(command, options->channel);
+  command.footer("Example:\n  kvxpublish sign site --key primary.pem");
+  return [options](const CommandContext& context, Failure& failure) { return run_sign(*options, context, failure); };
 }
 
 }  // namespace kvx::publish

@@ -2,12 +2,18 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <optional>
+#include <span>
+
 #include "foundations/error_text.h"
 #include "foundations/files.h"
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "manifest/file_digest.h"
+#include "tools/kvxpublish/folder_listing.h"
 #include "tools/kvxpublish/manifest_text.h"
+#include "tools/kvxpublish/parallel.h"
 
 namespace kvx::publish {
 namespace {
@@ -19,23 +25,49 @@ void drop_file(const std::wstring& path) {
   static_cast<void>(delete_file_once(path, ignored));
 }
 
-// A file's former content, to be put back when a later step fails.
-struct FormerFile {
-  bool existed = false;
-  std::string bytes;
+// A file and what it shall hold; no content means that it shall not be there.
+struct FileChange {
+  std::wstring path;
+  std::optional<std::string> content;
+  std::optional<std::string> former;  // filled by read_former
 };
 
-bool keep_former(const std::wstring& path, FormerFile& former) {
-  former.existed = is_file(path);
-  return !former.existed || read_file(path, manifest_limit_bytes, former.bytes);
+bool read_former(FileChange& change, Failure& failure) {
+  if (!is_file(change.path)) return true;
+  std::string bytes;
+  if (!read_file(change.path, manifest_limit_bytes, bytes)) {
+    return fail(ExitCode::failed, named(change.path, "the published release cannot be read"), failure);
+  }
+  change.former = std::move(bytes);
+  return true;
 }
 
-void put_back(const std::wstring& path, const FormerFile& former) {
-  if (former.existed) {
-    static_cast<void>(write_file_atomic(path, former.bytes));
-  } else {
-    drop_file(path);
+bool put(const std::wstring& path, const std::optional<std::string>& content) {
+  uint32_t error = 0;
+  return content ? write_file_atomic(path, *content) : delete_file(path, error);
+}
+
+bool refuse_damaged(const std::wstring& content, Failure& failure) {
+  return fail(
+      ExitCode::failed,
+      named(content, "is damaged: it has not the size of the content it is named after; delete it and pack again"),
+      failure);
+}
+
+// All changes or none: when one fails, those before it are undone.
+bool apply(std::span<FileChange> changes, Failure& failure) {
+  for (FileChange& change : changes) {
+    if (!read_former(change, failure)) return false;
   }
+  for (auto change = changes.begin(); change != changes.end(); ++change) {
+    const bool is_so_already = change->content == change->former && !is_folder(change->path);
+    if (is_so_already || put(change->path, change->content)) continue;
+    for (auto done = changes.begin(); done != change; ++done) {
+      if (done->content != done->former) static_cast<void>(put(done->path, done->former));
+    }
+    return fail(ExitCode::failed, named(change->path, "cannot be written"), failure);
+  }
+  return true;
 }
 
 }  // namespace
@@ -46,12 +78,27 @@ SitePaths site_paths(const std::wstring& site, const std::string& channel) {
   paths.manifest = join_path(paths.channel_folder, L"manifest.json");
   paths.signature = join_path(paths.channel_folder, L"manifest.sig");
   paths.files = join_path(site, L"files");
+  paths.history = join_path(join_path(site, L"history"), to_wide(channel));
   return paths;
 }
 
+std::wstring history_manifest(const SitePaths& paths, uint64_t serial) {
+  return join_path(paths.history, std::to_wstring(serial) + L".json");
+}
+
+std::wstring history_signature(const SitePaths& paths, uint64_t serial) {
+  return join_path(paths.history, std::to_wstring(serial) + L".sig");
+}
+
+bool is_reserved_channel(const std::string& channel) { return channel == "files" || channel == "history"; }
+
 SiteWriter::~SiteWriter() {
+  if (!published_) {
+    for (const auto& [sha256, size] : added_) drop_file(waiting_path(sha256));
+    for (const std::string& sha256 : moved_in_) drop_file(content_path(sha256));
+  }
+  if (!waiting_.empty()) RemoveDirectoryW(long_path(waiting_).c_str());
   if (published_) return;
-  for (const std::wstring& path : added_) drop_file(path);
   for (const std::wstring& folder : made_folders_) RemoveDirectoryW(long_path(folder).c_str());
 }
 
@@ -65,22 +112,89 @@ bool SiteWriter::make_folder(const std::wstring& folder, Failure& failure) {
   return made || fail(ExitCode::failed, named(folder, "the folder cannot be made: " + error_text(error)), failure);
 }
 
+// A name that no earlier program has left behind.
+bool SiteWriter::make_waiting_folder(Failure& failure) {
+  const std::wstring site = parent_path(paths_.files);
+  const std::wstring stem = L"content-" + std::to_wstring(GetCurrentProcessId());
+  for (uint32_t number = 0;; ++number) {
+    const std::wstring folder = join_path(site, stem + L'-' + std::to_wstring(number) + L".tmp");
+    if (CreateDirectoryW(long_path(folder).c_str(), nullptr) != 0) {
+      waiting_ = folder;
+      return true;
+    }
+    const uint32_t error = GetLastError();
+    if (error == ERROR_ALREADY_EXISTS) continue;
+    return fail(ExitCode::failed, named(folder, "the folder cannot be made: " + error_text(error)), failure);
+  }
+}
+
+bool SiteWriter::list_content(Failure& failure) {
+  std::vector<FolderEntry> entries;
+  if (!list_entries(paths_.files, entries, failure)) return false;
+  for (const FolderEntry& entry : entries) {
+    const std::string name = to_utf8(entry.name);
+    if (is_sha256_hex(name)) there_[name] = entry.size;
+  }
+  return true;
+}
+
 bool SiteWriter::prepare(Failure& failure) {
-  return make_folder(paths_.files, failure) && make_folder(paths_.channel_folder, failure);
+  if (is_file(paths_.files)) return fail(ExitCode::failed, named(paths_.files, "is a file, not a folder"), failure);
+  return make_folder(paths_.channel_folder, failure) && make_folder(paths_.history, failure) &&
+         make_waiting_folder(failure) && list_content(failure);
+}
+
+std::wstring SiteWriter::waiting_path(const std::string& sha256) const { return join_path(waiting_, to_wide(sha256)); }
+
+std::wstring SiteWriter::content_path(const std::string& sha256) const {
+  return join_path(paths_.files, to_wide(sha256));
+}
+
+bool SiteWriter::has_content(const std::string& sha256, uint64_t size, bool& present, Failure& failure) const {
+  const auto known = there_.find(sha256);
+  present = known != there_.end();
+  return !present || known->second == size || refuse_damaged(content_path(sha256), failure);
+}
+
+std::set<uint64_t> SiteWriter::content_sizes() const {
+  std::set<uint64_t> sizes;
+  for (const auto& [sha256, size] : there_) sizes.insert(size);
+  return sizes;
+}
+
+bool SiteWriter::claim(const std::string& sha256, uint64_t size, std::wstring& place) {
+  const std::scoped_lock lock(mutex_);
+  if (!added_.emplace(sha256, size).second) return false;
+  added_bytes_ += size;
+  place = waiting_path(sha256);
+  return true;
+}
+
+std::wstring SiteWriter::temporary_path() {
+  const std::scoped_lock lock(mutex_);
+  return join_path(waiting_, std::to_wstring(temporary_count_++) + L".tmp");
+}
+
+bool SiteWriter::take_content(const std::wstring& temporary, const std::string& sha256, uint64_t size,
+                              Failure& failure) {
+  bool present = false;
+  std::wstring place;
+  const bool usable = has_content(sha256, size, present, failure);
+  if (!usable || present || !claim(sha256, size, place)) {
+    drop_file(temporary);
+    return usable;
+  }
+  uint32_t error = 0;
+  if (move_file(temporary, place, error)) return true;
+  drop_file(temporary);
+  return fail(ExitCode::failed, named(place, "cannot be written: " + error_text(error)), failure);
 }
 
 bool SiteWriter::add_content(const std::wstring& source, const std::string& sha256, uint64_t size, Failure& failure) {
-  const std::wstring target = join_path(paths_.files, to_wide(sha256));
-  FileStamp stamp;
-  if (file_stamp(target, stamp)) {
-    if (stamp.size == size) return true;
-    return fail(ExitCode::failed,
-                named(target,
-                      "is damaged: it has not the size of the content it is named after; delete it and pack "
-                      "again"),
-                failure);
-  }
-  const std::wstring temporary = target + L".tmp";
+  bool present = false;
+  if (!has_content(sha256, size, present, failure)) return false;
+  if (present) return true;
+  const std::wstring temporary = temporary_path();
   uint32_t error = 0;
   if (!copy_file(source, temporary, error)) {
     drop_file(temporary);
@@ -93,34 +207,70 @@ bool SiteWriter::add_content(const std::wstring& source, const std::string& sha2
     drop_file(temporary);
     return fail(ExitCode::failed, named(source, "changed while it was packed; pack again"), failure);
   }
-  if (!move_file(temporary, target, error)) {
-    drop_file(temporary);
-    return fail(ExitCode::failed, named(target, "cannot be written: " + error_text(error)), failure);
-  }
-  added_.push_back(target);
-  added_bytes_ += size;
+  return take_content(temporary, sha256, size, failure);
+}
+
+// Somebody else brought the content meanwhile, and launchers may be loading it.
+bool SiteWriter::keep_present(const std::string& sha256, uint64_t present_size, Failure& failure) const {
+  if (present_size != added_.at(sha256)) return refuse_damaged(content_path(sha256), failure);
+  drop_file(waiting_path(sha256));
   return true;
 }
 
-bool SiteWriter::publish(const std::string& manifest, const std::string& signature_file, Failure& failure) {
-  FormerFile former_manifest;
-  FormerFile former_signature;
-  if (!keep_former(paths_.manifest, former_manifest) || !keep_former(paths_.signature, former_signature)) {
-    return fail(ExitCode::failed, named(paths_.channel_folder, "the published release cannot be read"), failure);
-  }
-  if (!write_file_atomic(paths_.manifest, manifest)) {
-    return fail(ExitCode::failed, named(paths_.manifest, "cannot be written"), failure);
-  }
+bool SiteWriter::move_in(const std::string& sha256, Failure& failure) {
+  const std::wstring place = content_path(sha256);
+  FileStamp present;
+  if (file_stamp(place, present)) return keep_present(sha256, present.size, failure);
   uint32_t error = 0;
-  const bool signature_placed = signature_file.empty() ? delete_file(paths_.signature, error)
-                                                       : write_file_atomic(paths_.signature, signature_file);
-  if (!signature_placed) {
-    put_back(paths_.manifest, former_manifest);
-    put_back(paths_.signature, former_signature);
-    return fail(ExitCode::failed, named(paths_.signature, "cannot be written"), failure);
+  if (!move_file(waiting_path(sha256), place, error)) {
+    return fail(ExitCode::failed, named(place, "cannot be written: " + error_text(error)), failure);
   }
-  published_ = true;
+  const std::scoped_lock lock(mutex_);
+  moved_in_.insert(sha256);
   return true;
+}
+
+// The first content of a site comes in at one stroke, with its folder.
+bool SiteWriter::move_content_in(Failure& failure) {
+  if (!is_folder(paths_.files)) {
+    uint32_t error = 0;
+    if (!move_file(waiting_, paths_.files, error)) {
+      return fail(ExitCode::failed, named(paths_.files, "cannot be made: " + error_text(error)), failure);
+    }
+    made_folders_.insert(made_folders_.begin(), paths_.files);
+    for (const auto& [sha256, size] : added_) moved_in_.insert(sha256);
+    return true;
+  }
+  std::vector<std::string> digests;
+  for (const auto& [sha256, size] : added_) digests.push_back(sha256);
+  std::mutex failure_mutex;
+  const auto work = [&](size_t index) {
+    Failure reason;
+    if (move_in(digests[index], reason)) return true;
+    const std::scoped_lock lock(failure_mutex);
+    failure = reason;
+    return false;
+  };
+  return for_each_index(digests.size(), [&]() -> IndexWork { return work; });
+}
+
+bool SiteWriter::publish(uint64_t serial, const std::string& manifest, const std::string& signature_file,
+                         Failure& failure) {
+  const std::wstring kept = history_manifest(paths_, serial);
+  std::string kept_bytes;
+  if (is_file(kept) && (!read_file(kept, manifest_limit_bytes, kept_bytes) || kept_bytes != manifest)) {
+    return fail(ExitCode::serial_conflict,
+                named(kept, "another release was already published under this serial; take a larger one"), failure);
+  }
+  std::optional<std::string> signature;
+  if (!signature_file.empty()) signature = signature_file;
+  if (!move_content_in(failure)) return false;
+  FileChange changes[] = {{kept, manifest, {}},
+                          {history_signature(paths_, serial), signature, {}},
+                          {paths_.manifest, manifest, {}},
+                          {paths_.signature, signature, {}}};
+  published_ = apply(changes, failure);
+  return published_;
 }
 
 }  // namespace kvx::publish

@@ -1,0 +1,36 @@
+// A console that keeps what a command says.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/kvxpublish/console.h"
+
+namespace kvx::test {
+
+class CapturedConsole : public publish::Console {
+ public:
+  std::string data;
+  std::string messages;
+  bool terminal = false;
+  bool colours = false;
+  size_t width = 80;
+  std::vector<std::string> answers;  // taken from the front; nobody answers when there is none
+  std::function<bool()> stop_asked;  // called before every piece that is read, on any thread
+
+  void write_data(std::string_view text) override { data += text; }
+  void write_message(std::string_view text) override { messages += text; }
+  [[nodiscard]] bool is_terminal() const override { return terminal; }
+  [[nodiscard]] bool has_colours() const override { return colours; }
+  [[nodiscard]] size_t columns() const override { return width; }
+  [[nodiscard]] bool read_answer(std::string& answer) override {
+    if (answers.empty()) return false;
+    answer = answers.front();
+    answers.erase(answers.begin());
+    return true;
+  }
+  [[nodiscard]] bool interrupted() const override { return stop_asked && stop_asked(); }
+};
+
+}  // namespace kvx::test

@@ -1,0 +1,10 @@
+// `kvxpublish digest`: what a key that never leaves its vault must sign.
+#pragma once
+
+#include "tools/kvxpublish/command.h"
+
+namespace kvx::publish {
+
+[[nodiscard]] RunCommand define_digest(CLI::App& command);
+
+}  // namespace kvx::publish

@@ -1,0 +1,10 @@
+// `kvxpublish keygen`: a new key pair for signing releases.
+#pragma once
+
+#include "tools/kvxpublish/command.h"
+
+namespace kvx::publish {
+
+[[nodiscard]] RunCommand define_keygen(CLI::App& command);
+
+}  // namespace kvx::publish

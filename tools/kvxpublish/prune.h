@@ -1,0 +1,10 @@
+// `kvxpublish prune`: old releases and their content go.
+#pragma once
+
+#include "tools/kvxpublish/command.h"
+
+namespace kvx::publish {
+
+[[nodiscard]] RunCommand define_prune(CLI::App& command);
+
+}  // namespace kvx::publish

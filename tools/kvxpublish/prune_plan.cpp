@@ -1,0 +1,211 @@
+#include "tools/kvxpublish/prune_plan.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_set>
+
+#include "foundations/files.h"
+#include "foundations/paths.h"
+#include "foundations/text.h"
+#include "manifest/json.h"
+#include "manifest/manifest_limits.h"
+#include "tools/kvxpublish/folder_listing.h"
+#include "tools/kvxpublish/folder_site.h"
+#include "tools/kvxpublish/release_content.h"
+#include "tools/kvxpublish/release_history.h"
+#include "tools/kvxpublish/site.h"
+
+namespace kvx::publish {
+namespace {
+
+constexpr uint64_t day = 864000000000;  // 100 ns units
+
+constexpr std::wstring_view temporary_ending = L".tmp";
+constexpr std::wstring_view waiting_folder_start = L"content-";
+
+bool is_manifest(const FolderEntry& entry) { return equals_ignore_case(entry.name, L"manifest.json"); }
+bool is_signature(const FolderEntry& entry) { return equals_ignore_case(entry.name, L"manifest.sig"); }
+
+// A whole document that does not even name the product. One that breaks off may be a release all the same.
+bool is_of_another_program(const std::wstring& path) {
+  std::string text;
+  std::string error;
+  JsonValue root;
+  return read_file(path, largest_manifest_bytes, text) && parse_json(text, root, error) &&
+         root.find_member("product") == nullptr;
+}
+
+// One look at a site, used once.
+class Planner {
+ public:
+  Planner(const std::wstring& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure)
+      : site_(site), keep_(keep), now_(now), plan_(plan), failure_(failure), reader_(open_folder_site(to_utf8(site))) {}
+
+  bool run() { return find_channels() && judge_releases() && judge_content() && find_temporaries(); }
+
+ private:
+  // Temporary files only matter when there is something that they may belong to.
+  bool find_channels() {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(site_, entries, failure_)) return false;
+    std::set<std::string> channels;
+    for (const FolderEntry& entry : entries) {
+      if (is_manifest(entry)) channels.insert("live");
+      // Windows takes folders in any spelling for a channel's.
+      const std::string name = to_lower_ascii(to_utf8(entry.name));
+      if (!entry.is_folder || !is_channel_name(name) || is_reserved_channel(name)) continue;
+      bool is_channel = false;
+      if (!judge_folder(name, join_path(site_, entry.name), is_channel)) return false;
+      if (is_channel) channels.insert(name);
+    }
+    if (channels.empty()) {
+      return fail(ExitCode::failed, to_utf8(site_) + ": nothing is published there; name the site's own folder",
+                  failure_);
+    }
+    return find_past_channels(channels);
+  }
+
+  // Other programs have files of that name, too. Only what is certainly theirs is passed over: the content that a
+  // channel needs would be deleted otherwise.
+  bool judge_folder(const std::string& name, const std::wstring& folder, bool& is_channel) {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(folder, entries, failure_)) return false;
+    is_channel =
+        std::ranges::any_of(entries, is_manifest) &&
+        (std::ranges::any_of(entries, is_signature) || is_folder(join_path(site_, L"history\\" + to_wide(name))) ||
+         !is_of_another_program(join_path(folder, L"manifest.json")));
+    return true;
+  }
+
+  // Channels whose manifest was taken away still have their history.
+  bool find_past_channels(std::set<std::string>& channels) {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(join_path(site_, L"history"), entries, failure_)) return false;
+    for (const FolderEntry& entry : entries) {
+      const std::string name = to_lower_ascii(to_utf8(entry.name));
+      if (entry.is_folder && is_channel_name(name)) channels.insert(name);
+    }
+    plan_.channels.assign(channels.begin(), channels.end());
+    return true;
+  }
+
+  bool judge_releases() {
+    return std::ranges::all_of(plan_.channels, [this](const std::string& channel) { return judge_channel(channel); });
+  }
+
+  bool judge_channel(const std::string& channel) {
+    PublishedRelease live;
+    const Search search = read_release(*reader_, channel, live, failure_);
+    std::vector<uint64_t> serials;
+    if (search == Search::failed && channel != "live" && failure_.code == ExitCode::refused) {
+      failure_.text += "; publish the channel again, or move the folder out of the site if it is no channel";
+    }
+    if (search == Search::failed || !list_history(site_, channel, serials, failure_)) return false;
+    if (search == Search::found) keep_release(live);
+    for (size_t i = 0; i < serials.size(); ++i) {
+      PublishedRelease release;
+      if (!read_history(*reader_, channel, serials[i], release, failure_)) return false;
+      const bool is_live = release.manifest_bytes == live.manifest_bytes;
+      if (is_live) continue;  // counted already
+      if (serials.size() - i <= keep_) {
+        keep_release(release);
+      } else {
+        drop_release(channel, serials[i], release);
+      }
+    }
+    return true;
+  }
+
+  void keep_release(const PublishedRelease& release) {
+    ++plan_.kept_releases;
+    for (const Content& content : content_of(release.manifest)) needed_.insert(content.sha256);
+  }
+
+  void drop_release(const std::string& channel, uint64_t serial, const PublishedRelease& release) {
+    plan_.history.push_back({history_manifest_name(channel, serial), release.manifest_bytes.size()});
+    if (release.signature.empty()) return;
+    plan_.history.push_back({history_signature_name(channel, serial), release.signature.size()});
+  }
+
+  bool judge_content() {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(join_path(site_, L"files"), entries, failure_)) return false;
+    for (const FolderEntry& entry : entries) {
+      const std::string name = to_utf8(entry.name);
+      if (entry.is_folder || !is_sha256_hex(name)) continue;
+      if (needed_.contains(name)) {
+        ++plan_.kept_content;
+      } else {
+        plan_.content.push_back({blob_name(name), entry.size});
+      }
+    }
+    return true;
+  }
+
+  bool find_temporaries() {
+    std::vector<std::string> folders = {"", "files/"};
+    for (const std::string& channel : plan_.channels) {
+      folders.push_back("history/" + channel + '/');
+      if (channel != "live") folders.push_back(channel + '/');
+    }
+    return std::ranges::all_of(folders, [this](const std::string& folder) { return find_temporaries(folder); });
+  }
+
+  [[nodiscard]] bool is_old(const FolderEntry& entry) const { return entry.last_write_time + day < now_; }
+
+  bool find_temporaries(const std::string& folder) {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(join_path(site_, native(folder)), entries, failure_)) return false;
+    for (const FolderEntry& entry : entries) {
+      if (!entry.name.ends_with(temporary_ending)) continue;
+      const std::string name = folder + to_utf8(entry.name);
+      if (entry.is_folder) {
+        if (entry.name.starts_with(waiting_folder_start) && !judge_waiting_folder(name, is_old(entry))) return false;
+      } else if (is_old(entry)) {
+        plan_.temporaries.push_back({name, entry.size});
+      }
+    }
+    return true;
+  }
+
+  // Content that waits to be published.
+  bool judge_waiting_folder(const std::string& folder, bool old) {
+    std::vector<FolderEntry> entries;
+    if (!list_entries(join_path(site_, native(folder)), entries, failure_)) return false;
+    if (!old || !std::ranges::all_of(entries, [this](const FolderEntry& entry) { return is_old(entry); })) {
+      return fail(ExitCode::failed,
+                  reader_->name_of(folder) +
+                      ": another kvxpublish may be at work on the site; wait for its end, or delete this folder if "
+                      "there is none",
+                  failure_);
+    }
+    for (const FolderEntry& entry : entries) {
+      plan_.temporaries.push_back({folder + '/' + to_utf8(entry.name), entry.size});
+    }
+    plan_.empty_folders.push_back(folder);
+    return true;
+  }
+
+  static std::wstring native(const std::string& name) {
+    std::wstring path = to_wide(name);
+    std::ranges::replace(path, L'/', L'\\');
+    if (path.ends_with(L'\\')) path.pop_back();
+    return path;
+  }
+
+  const std::wstring& site_;
+  const uint64_t keep_;
+  const uint64_t now_;
+  PrunePlan& plan_;
+  Failure& failure_;
+  const std::unique_ptr<SiteReader> reader_;
+  std::unordered_set<std::string> needed_;  // digests
+};
+
+}  // namespace
+
+bool plan_prune(const std::wstring& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure) {
+  return Planner(site, keep, now, plan, failure).run();
+}
+
+}  // namespace kvx::publish

@@ -1,0 +1,121 @@
+#include "tools/kvxpublish/release_names.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <map>
+
+#include "foundations/text.h"
+
+namespace kvx::publish {
+namespace {
+
+using Names = std::map<std::wstring, std::string>;  // what makes two names the same, and the name as it is written
+
+bool refuse(std::string text, Failure& failure) { return fail(ExitCode::refused, std::move(text), failure); }
+
+std::string quoted(const std::string& path) { return '"' + path + '"'; }
+
+// One form for all ways in which Unicode can write the same characters. A text that has none stays as it is.
+std::wstring composed(const std::wstring& text) {
+  const int length = static_cast<int>(text.size());
+  const int room = NormalizeString(NormalizationC, text.c_str(), length, nullptr, 0);
+  if (room <= 0) return text;
+  std::wstring normal(static_cast<size_t>(room), L'\0');
+  const int written = NormalizeString(NormalizationC, text.c_str(), length, normal.data(), room);
+  if (written <= 0) return text;
+  normal.resize(static_cast<size_t>(written));
+  return normal;
+}
+
+std::wstring name_key(const std::string& path) { return to_upper(composed(to_wide(path))); }
+
+// Every folder that the paths need, each under the first path that needs it.
+Names folders_of(const std::vector<std::string>& paths) {
+  Names folders;
+  for (const std::string& path : paths) {
+    for (size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+      folders.emplace(name_key(path.substr(0, slash)), path);
+    }
+  }
+  return folders;
+}
+
+bool check_lengths(const std::string& path, Failure& failure) {
+  for (size_t start = 0; start <= path.size();) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    if (to_wide(path.substr(start, end - start)).size() > longest_name) {
+      return refuse(quoted(path) + ": a name in this path has more than " + std::to_string(longest_name) +
+                        " characters; shorten it",
+                    failure);
+    }
+    start = end + 1;
+  }
+  return true;
+}
+
+bool add_name(const std::string& path, Names& files, Failure& failure) {
+  const auto [same, is_new] = files.emplace(name_key(path), path);
+  return is_new || refuse(quoted(same->second) + " and " + quoted(path) +
+                              ": the names differ only in upper and lower case or in their Unicode form, and are the "
+                              "same file on Windows; rename one",
+                          failure);
+}
+
+bool check_against_folders(const std::string& path, const std::wstring& key, const Names& folders, Failure& failure) {
+  const auto folder = folders.find(key);
+  return folder == folders.end() || refuse(quoted(path) + ": Windows takes this file and the folder of " +
+                                               quoted(folder->second) + " for the same name; rename one",
+                                           failure);
+}
+
+bool check_copy_name(const std::string& path, const std::wstring& key, const Names& files, const Names& folders,
+                     Failure& failure) {
+  const std::wstring copy = key + L".COPY";
+  const auto file = files.find(copy);
+  const auto folder = folders.find(copy);
+  if (file == files.end() && folder == folders.end()) return true;
+  return refuse(quoted(file != files.end() ? file->second : folder->second) + ": launchers use the name " +
+                    quoted(path + ".copy") + " for a moment when they install " + quoted(path) + "; rename one",
+                failure);
+}
+
+}  // namespace
+
+bool check_release_names(const std::vector<std::string>& paths, Failure& failure) {
+  Names files;
+  for (const std::string& path : paths) {
+    if (!check_lengths(path, failure) || !add_name(path, files, failure)) return false;
+  }
+  const Names folders = folders_of(paths);
+  for (const auto& [key, path] : files) {
+    if (!check_against_folders(path, key, folders, failure) || !check_copy_name(path, key, files, folders, failure)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool check_names_against(const std::vector<std::string>& earlier, const std::vector<std::string>& paths,
+                         Failure& failure) {
+  const Names new_folders = folders_of(paths);
+  const Names old_folders = folders_of(earlier);
+  for (const std::string& path : earlier) {
+    const auto folder = new_folders.find(name_key(path));
+    if (folder == new_folders.end()) continue;
+    return refuse(quoted(folder->second) + ": its folder " + quoted(path) +
+                      " was a file in an earlier release, and launchers cannot put a folder in its place; choose "
+                      "another name",
+                  failure);
+  }
+  for (const std::string& path : paths) {
+    if (!old_folders.contains(name_key(path))) continue;
+    return refuse(quoted(path) +
+                      ": was a folder in an earlier release, and launchers cannot put a file in its place; choose "
+                      "another name",
+                  failure);
+  }
+  return true;
+}
+
+}  // namespace kvx::publish

@@ -1,0 +1,111 @@
+#include "tools/kvxpublish/rollback.h"
+
+#include <memory>
+
+#include "tools/kvxpublish/cli11.h"
+#include "tools/kvxpublish/folder_site.h"
+#include "tools/kvxpublish/release_history.h"
+#include "tools/kvxpublish/republish.h"
+#include "tools/kvxpublish/trust.h"
+
+namespace kvx::publish {
+namespace {
+
+constexpr std::string_view serial_prefix = "serial:";
+constexpr std::string_view version_prefix = "version:";
+
+struct RollbackOptions {
+  std::string site;
+  std::string to;
+  std::string channel;
+  RepublishOptions signing;
+};
+
+std::string serial_text(const PublishedRelease& release) { return std::to_string(release.manifest.serial); }
+
+std::string list_of(const std::vector<PublishedRelease>& shipped) {
+  std::string list;
+  for (const PublishedRelease& release : shipped) {
+    list += (list.empty() ? "" : ", ") + release.manifest.version + " (serial " + serial_text(release) + ')';
+  }
+  return list;
+}
+
+// What a person may mean by a number or a version.
+struct Candidates {
+  const PublishedRelease* by_serial = nullptr;
+  const PublishedRelease* by_version = nullptr;  // the newest of that version
+  std::string serials_of_version;
+  size_t version_count = 0;
+};
+
+Candidates find_candidates(const std::vector<PublishedRelease>& shipped, const std::string& wanted) {
+  const bool serial_only = wanted.starts_with(serial_prefix);
+  const bool version_only = wanted.starts_with(version_prefix);
+  const std::string name = wanted.substr(serial_only ? serial_prefix.size() : version_only ? version_prefix.size() : 0);
+  Candidates found;
+  for (const PublishedRelease& release : shipped) {
+    if (!version_only && serial_text(release) == name) found.by_serial = &release;
+    if (serial_only || release.manifest.version != name) continue;
+    found.by_version = &release;
+    found.serials_of_version += (found.version_count++ == 0 ? "" : ", ") + serial_text(release);
+  }
+  return found;
+}
+
+bool find_base(const RollbackOptions& options, const std::vector<PublishedRelease>& shipped,
+               const PublishedRelease*& base, Report& report, Failure& failure) {
+  const Candidates found = find_candidates(shipped, options.to);
+  if (found.by_serial != nullptr && found.by_version != nullptr && found.by_serial != found.by_version) {
+    return fail(ExitCode::usage,
+                "--to " + options.to + " is a serial, and the version of serial " + serial_text(*found.by_version) +
+                    "; write --to serial:" + options.to + " or --to version:" + options.to,
+                failure);
+  }
+  base = found.by_serial != nullptr ? found.by_serial : found.by_version;
+  if (base == nullptr) {
+    const std::string list = shipped.empty() ? "it has none" : "it has " + list_of(shipped);
+    return fail(
+        ExitCode::failed,
+        options.site + ": there is no release " + options.to + " of channel \"" + options.channel + "\"; " + list,
+        failure);
+  }
+  if (found.by_serial == nullptr && found.version_count > 1) {
+    report.note("version " + base->manifest.version + " was published as serials " + found.serials_of_version +
+                "; the newest of them was taken");
+  }
+  return true;
+}
+
+bool run_rollback(const RollbackOptions& options, const CommandContext& context, Failure& failure) {
+  Republishing republishing(options.site, options.channel, options.signing, context);
+  const PublishedRelease* base = nullptr;
+  if (!republishing.prepare(failure) || !republishing.load_shipped(failure) ||
+      !find_base(options, republishing.shipped(), base, context.report, failure)) {
+    return false;
+  }
+  // A release that nobody trusted has signed gets no signature here either.
+  const auto site = open_folder_site(options.site);
+  const auto serial = static_cast<uint64_t>(base->manifest.serial);
+  NamedKey signer{};
+  return find_signer(*base, site->name_of(history_signature_name(options.channel, serial)), republishing.keys(), signer,
+                     failure) &&
+         republishing.publish(*base, failure);
+}
+
+}  // namespace
+
+RunCommand define_rollback(CLI::App& command) {
+  const auto options = std::make_shared<RollbackOptions>();
+  add_site_folder(command, options->site);
+  command.add_option("--to", options->to, "The release to go back to; serial:N or version:V where it could be either")
+      ->required()
+      ->type_name("VERSION|SERIAL");
+  add_channel_option(command, options->channel);
+  add_republish_options(command, options->signing);
+  command.footer("Example:\n  kvxpublish rollback site --to 1.2 --channel live --key primary.pem");
+  return
+      [options](const CommandContext& context, Failure& failure) { return run_rollback(*options, context, failure); };
+}
+
+}  // namespace kvx::publish

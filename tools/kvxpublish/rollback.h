@@ -1,0 +1,10 @@
+// `kvxpublish rollback`: an older release's content becomes the newest release.
+#pragma once
+
+#include "tools/kvxpublish/command.h"
+
+namespace kvx::publish {
+
+[[nodiscard]] RunCommand define_rollback(CLI::App& command);
+
+}  // namespace kvx::publish

@@ -1,0 +1,31 @@
+// Lets one command at a time change a site. The lock is the open file kvxpublish.lock in the site's folder, which goes
+// with the handle or the process. Commands that only read need none.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "foundations/system_handles.h"
+#include "tools/kvxpublish/failure.h"
+
+namespace kvx::publish {
+
+class SiteLock {
+ public:
+  SiteLock() = default;
+  SiteLock(const SiteLock&) = delete;
+  SiteLock& operator=(const SiteLock&) = delete;
+  ~SiteLock();
+
+  // Goes before the first look at what the site has, and lasts until everything is written. Fails when another holds
+  // the lock for about 2 seconds. A folder that is missing is made, and taken away at the end if it is still empty.
+  [[nodiscard]] bool acquire(const std::wstring& site, Failure& failure);
+
+ private:
+  [[nodiscard]] bool make_folder(const std::wstring& site, Failure& failure);
+
+  FileHandle file_;
+  std::vector<std::wstring> made_folders_;  // innermost first
+};
+
+}  // namespace kvx::publish

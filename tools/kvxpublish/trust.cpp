@@ -1,0 +1,93 @@
+#include "tools/kvxpublish/trust.h"
+
+#include <span>
+
+#include "foundations/clock.h"
+#include "manifest/manifest_limits.h"
+#include "manifest/signature.h"
+#include "tools/kvxpublish/cli11.h"
+#include "tools/kvxpublish/given_path.h"
+#include "tools/kvxpublish/manifest_text.h"
+
+namespace kvx::publish {
+namespace {
+
+constexpr uint32_t second_look_pause_ms = 1000;
+
+// Bytes and signature alone.
+Search fetch_trusted(SiteReader& site, const std::string& channel, const std::vector<NamedKey>& keys,
+                     PublishedRelease& release, NamedKey& signer, Failure& failure) {
+  const Search manifest =
+      site.read_file(manifest_name(channel), largest_manifest_bytes, release.manifest_bytes, failure);
+  if (manifest != Search::found) return manifest;
+  const Search signature = site.read_file(signature_name(channel), largest_signature_bytes, release.signature, failure);
+  if (signature == Search::failed) return Search::failed;
+  if (signature == Search::absent) release.signature.clear();
+  const bool trusted = find_signer(release, site.name_of(signature_name(channel)), keys, signer, failure);
+  return trusted ? Search::found : Search::failed;
+}
+
+}  // namespace
+
+void add_public_keys_option(CLI::App& command, std::string& value) {
+  add_path_option(command, "--public-keys", value,
+                  "The public keys that count, a file as builds take it; by default the keys of this build")
+      ->type_name("FILE");
+}
+
+bool load_trusted_keys(const std::string& option, std::vector<NamedKey>& keys, Failure& failure) {
+  keys = built_in_named_keys();
+  return option.empty() || load_public_keys(given_path(option), keys, failure);
+}
+
+bool find_signer(const PublishedRelease& release, const std::string& signature_name, const std::vector<NamedKey>& keys,
+                 NamedKey& signer, Failure& failure) {
+  if (release.signature.empty()) {
+    return fail(ExitCode::key,
+                signature_name + ": there is no signature, and launchers refuse the release without; sign it first",
+                failure);
+  }
+  std::string key_name;
+  std::string error;
+  std::vector<PublicKey> public_keys;
+  for (const NamedKey& key : keys) {
+    if (verify_manifest(release.manifest_bytes, release.signature, std::span(&key.key, 1), key_name, error)) {
+      signer = key;
+      return true;
+    }
+    public_keys.push_back(key.key);
+  }
+  // Once more with all of them, for the reason that launchers would give.
+  static_cast<void>(verify_manifest(release.manifest_bytes, release.signature, public_keys, key_name, error));
+  return fail(ExitCode::key,
+              signature_name + ": " + error +
+                  "; sign the release again, or name the keys that launchers know with --public-keys",
+              failure);
+}
+
+Search find_trusted_release(SiteReader& site, const std::string& channel, const std::vector<NamedKey>& keys,
+                            PublishedRelease& release, NamedKey& signer, Failure& failure) {
+  const std::string name = manifest_name(channel);
+  Search search = fetch_trusted(site, channel, keys, release, signer, failure);
+  if (search == Search::failed && failure.code == ExitCode::key && is_url(site.name_of(name))) {
+    sleep_ms(second_look_pause_ms);
+    search = fetch_trusted(site, channel, keys, release, signer, failure);
+  }
+  if (search != Search::found || check_as_launcher(release.manifest_bytes, channel, release.manifest, failure)) {
+    return search;
+  }
+  failure.text = site.name_of(name) + ": " + failure.text;
+  return Search::failed;
+}
+
+bool read_trusted_release(SiteReader& site, const std::string& channel, const std::vector<NamedKey>& keys,
+                          PublishedRelease& release, NamedKey& signer, Failure& failure) {
+  const Search search = find_trusted_release(site, channel, keys, release, signer, failure);
+  if (search != Search::absent) return search == Search::found;
+  return fail(ExitCode::failed,
+              site.name_of(manifest_name(channel)) + ": nothing is published on channel \"" + channel +
+                  "\"; publish a release, or name another channel with --channel",
+              failure);
+}
+
+}  // namespace kvx::publish

@@ -1,0 +1,10 @@
+// `kvxpublish verify`: whether launchers would take what a site offers.
+#pragma once
+
+#include "tools/kvxpublish/command.h"
+
+namespace kvx::publish {
+
+[[nodiscard]] RunCommand define_verify(CLI::App& command);
+
+}  // namespace kvx::publish
