@@ -13,3 +13,4 @@ set(CMAKE_CXX_FLAGS_INIT
     "-Wno-unused-command-line-argument -femulated-tls -D__GXX_TYPEINFO_EQUALITY_INLINE=0 -nostdinc++ -isystem ${gcc_folder}/include/c++ -isystem ${gcc_folder}/include/c++/x86_64-w64-mingw32")
 # clang does not know that libstdc++ needs posix threads on this target.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-pthread -fuse-ld=lld -L${gcc_folder}")
+set(CMAKE_MODULE_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")

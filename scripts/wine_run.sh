@@ -23,6 +23,8 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
   if [ ! -e "$WINEPREFIX/.ready" ]; then
     "$wine" wineboot --init >/dev/null 2>&1 9>&-
     "$wine" winecfg -v win10 >/dev/null 2>&1 9>&-
+    # A program that crashes ends, instead of waiting for somebody to read a dialog.
+    "$wine" reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 9>&-
     touch "$WINEPREFIX/.ready"
   fi
   exec 9>&-

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "launcher/instance_lock.h"
-#include "tests/launcher/test_process.h"
 #include "tests/launcher/updater_fixture.h"
+#include "tests/support/test_process.h"
 #include "tests/support/window_driver.h"
 #include "ui/prompts.h"
 

@@ -4,10 +4,10 @@
 
 #include "foundations/text.h"
 #include "manifest/managed_path.h"
-#include "tests/launcher/test_process.h"
 #include "tests/launcher/updater_fixture.h"
 #include "tests/support/signing_keys.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/test_process.h"
 #include "tests/support/window_driver.h"
 #include "ui/prompts.h"
 

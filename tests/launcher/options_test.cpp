@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "foundations/text.h"
-#include "tests/launcher/test_process.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_process.h"
 
 namespace kvx {
 

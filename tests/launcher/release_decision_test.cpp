@@ -5,11 +5,11 @@
 #include "foundations/display_format.h"
 #include "foundations/text.h"
 #include "manifest/json.h"
-#include "tests/launcher/test_process.h"
 #include "tests/launcher/updater_fixture.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/signing_keys.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/test_process.h"
 #include "tests/support/window_driver.h"
 #include "ui/prompts.h"
 

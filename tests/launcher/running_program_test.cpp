@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "foundations/text.h"
-#include "tests/launcher/test_process.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scripted_ui.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_process.h"
 #include "ui/prompts.h"
 
 namespace kvx {

@@ -5,11 +5,11 @@
 #include "foundations/child_process.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
-#include "tests/launcher/test_process.h"
 #include "tests/launcher/updater_fixture.h"
 #include "tests/support/file_lock.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/test_process.h"
 #include "tests/support/window_driver.h"
 #include "ui/prompts.h"
 

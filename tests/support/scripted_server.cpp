@@ -71,13 +71,23 @@ Socket bound_socket(uint16_t& port) {
   return bound;
 }
 
-bool send_all(SOCKET to, std::string_view bytes) {
+// Without blocking, because Wine does not wake a send that waits when the connection ends.
+bool send_all(SOCKET to, std::string_view bytes, HANDLE stopped) {
+  u_long non_blocking = 1;
+  ioctlsocket(to, static_cast<long>(FIONBIO), &non_blocking);
   while (!bytes.empty()) {
-    const int piece = static_cast<int>(std::min<size_t>(bytes.size(), 1U << 20U));
+    const int piece = static_cast<int>(std::min<size_t>(bytes.size(), 1U << 16U));
     const int sent = send(to, bytes.data(), piece, 0);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(sent));
+    if (sent > 0) {
+      bytes.remove_prefix(static_cast<size_t>(sent));
+      continue;
+    }
+    if (WSAGetLastError() != WSAEWOULDBLOCK || WaitForSingleObject(stopped, 0) == WAIT_OBJECT_0) return false;
+    WSAPOLLFD writable{to, POLLOUT, 0};
+    WSAPoll(&writable, 1, 20);
   }
+  non_blocking = 0;
+  ioctlsocket(to, static_cast<long>(FIONBIO), &non_blocking);
   return true;
 }
 
@@ -316,7 +326,7 @@ struct ScriptedServer::Impl {
 
   // False when the rest need not go out.
   bool take_step(SOCKET client, const std::variant<std::string, Gate, std::function<void()>>& step) const {
-    if (const std::string* bytes = std::get_if<std::string>(&step)) return send_all(client, *bytes);
+    if (const std::string* bytes = std::get_if<std::string>(&step)) return send_all(client, *bytes, stopped.get());
     if (const Gate* gate = std::get_if<Gate>(&step)) {
       SetEvent(gate->events_->reached.get());
       const std::array<HANDLE, 2> either{gate->events_->opened.get(), stopped.get()};

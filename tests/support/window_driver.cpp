@@ -121,6 +121,27 @@ ProgressWindow wait_for_progress_window(DWORD process_id) {
   return found;
 }
 
+namespace {
+
+// A box may be seen before its parts are in their places. Each look comes after the box has answered a message.
+void wait_for_layout(HWND box) {
+  std::vector<RECT> places;
+  int same_looks = 0;
+  EXPECT_TRUE(wait_until([&] {
+    DWORD_PTR answer = 0;
+    SendMessageTimeoutW(box, WM_NULL, 0, 0, SMTO_NORMAL, usual_limit_ms, &answer);
+    std::vector<RECT> now;
+    for (HWND button : children_of(box, L"Button")) now.push_back(place_of(button));
+    const bool same = std::equal(now.begin(), now.end(), places.begin(), places.end(),
+                                 [](const RECT& a, const RECT& b) { return EqualRect(&a, &b) != 0; });
+    same_looks = same ? same_looks + 1 : 0;
+    places = std::move(now);
+    return same_looks >= 3;
+  })) << "the message box never comes to rest";
+}
+
+}  // namespace
+
 bool has_message_box(DWORD process_id) { return find_shown_message_box(process_id) != nullptr; }
 
 MessageBoxWindow wait_for_message_box(DWORD process_id) {
@@ -128,6 +149,7 @@ MessageBoxWindow wait_for_message_box(DWORD process_id) {
   EXPECT_TRUE(wait_until([&] { return (box.window = find_shown_message_box(process_id)) != nullptr; }))
       << "no message box";
   if (box.window == nullptr) return box;
+  wait_for_layout(box.window);
   box.owner = GetWindow(box.window, GW_OWNER);
   box.caption = text_of(box.window);
   for (const wchar_t* text_class : {L"Static", L"Edit"}) {

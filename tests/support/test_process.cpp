@@ -1,4 +1,4 @@
-#include "tests/launcher/test_process.h"
+#include "tests/support/test_process.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

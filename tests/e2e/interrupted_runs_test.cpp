@@ -1,0 +1,297 @@
+// A launcher that is killed at any moment, and the run after it.
+#include <algorithm>
+#include <gtest/gtest.h>
+
+#include "foundations/paths.h"
+#include "foundations/text.h"
+#include "tests/e2e/story.h"
+#include "tests/support/file_lock.h"
+#include "tests/support/sha256_hex.h"
+
+namespace kvx::test {
+namespace {
+
+class InterruptedRun : public InBothWays {
+ protected:
+  static ReleaseBuilder second_release() {
+    return ReleaseBuilder()
+        .version("1.1")
+        .serial(2)
+        .file("bin/game.exe", game_program())
+        .file("data/a.txt", "a of 1.1")
+        .file("data/b.bin", big_content())
+        .file("data/c.txt", "c of 1.1");
+  }
+
+  static const std::string& big_content() {
+    static const std::string content(600000, 'b');
+    return content;
+  }
+
+  // The server holds this blob back after so many bytes.
+  void given_a_blob_that_stops_after(const std::string& content, size_t bytes) {
+    server_.script(blob_url_path(content),
+                   {answer(200, content).drop_after(head_bytes(content) + bytes).wait_for(gate_)});
+  }
+
+  // What comes before the body.
+  static size_t head_bytes(const std::string& content) {
+    return status_line(200).size() +
+           ("Connection: close\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n").size();
+  }
+
+  void when_this_is_staged(std::vector<std::string> names) {
+    std::sort(names.begin(), names.end());
+    ASSERT_TRUE(wait_until([&] { return folder().staged() == names; })) << testing::PrintToString(folder().staged());
+  }
+
+  void when_killed() {
+    run().kill();
+    gate_.open();
+  }
+
+  std::string value_of(const std::string& key) const {
+    const auto state = folder().state();
+    const auto found = state.find(key);
+    return found == state.end() ? "absent" : found->second;
+  }
+
+  void then_the_installation_is(const ReleaseBuilder& release, const std::string& version, const std::string& serial) {
+    then_game_is(files_of(release));
+    then_state_is(installed_state(version, serial));
+    then_staged_is({});
+    EXPECT_EQ(folder().read(".kvx_patch/installed_manifest.json"), release.json());
+  }
+
+  const Gate gate_;
+};
+KVX_TELL_IN_BOTH_WAYS(InterruptedRun);
+
+constexpr char unfinished_warning[] =
+    "\n\nWarning: the last update did not finish. The game may not work correctly until the next successful update.";
+
+TEST_P(InterruptedRun, KilledWhileConnectingLeavesNothingToRepair) {
+  given_installed(first_release());
+  given_published(second_release());
+  server_.script("manifest.json", {ScriptedResponse().wait_for(gate_)});
+  when_started();
+  ASSERT_TRUE(gate_.wait_until_reached());
+  EXPECT_EQ(folder().state(), installed_state("1.0", "1"));
+  when_killed();
+
+  when_started();
+  then_ends(0, launched, "updated to 1.1");
+  then_the_installation_is(second_release(), "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledWhileCheckingKeepsWhatWasHashed) {
+  ReleaseBuilder release = first_release();
+  for (int i = 0; i < 500; ++i) release.file("data/piece" + std::to_string(i), "piece " + std::to_string(i));
+  given_published(release);
+  for (const auto& [path, content] : files_of(release)) folder().write(path, content);
+  const auto cached = [this] {
+    if (!folder().has(".kvx_patch/hashcache.txt")) return ptrdiff_t{0};
+    const std::string cache = folder().read(".kvx_patch/hashcache.txt");
+    return std::count(cache.begin(), cache.end(), '\n');
+  };
+  when_started();
+  ASSERT_TRUE(wait_until([&] { return cached() > 20; }));
+  when_killed();
+  const ptrdiff_t kept = cached();
+  ASSERT_LT(kept, 500);
+
+  when_started();
+  then_ends(0, launched, "up to date 1.0");
+  then_the_log_has(
+      {"checking " + std::to_string(502 - kept) + " installed files (* bytes)", "installation matches version 1.0"});
+  then_game_is(files_of(release));
+  auto recorded = installed_state("1.0", "1");
+  recorded.erase("updating.serial");  // nothing was installed
+  then_state_is(recorded);
+}
+
+TEST_P(InterruptedRun, KilledWhileDownloadingGoesOnWhereItStopped) {
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  given_a_blob_that_stops_after(big_content(), 250000);
+  when_started();
+  std::vector<std::string> staged = {staged_blob("a of 1.1"), staged_blob("c of 1.1"),
+                                     staged_part(big_content(), 250000)};
+  std::sort(staged.begin(), staged.end());
+  ASSERT_TRUE(wait_until([&] { return folder().staged() == staged; })) << testing::PrintToString(folder().staged());
+  when_killed();
+  then_game_is(files_of(first_release()));
+  then_state_is(installed_state("1.0", "1"));
+
+  when_started();
+  then_ends(0, launched, "updated to 1.1");
+  then_requests_are({"manifest.json", "manifest.sig", blob_url_path(big_content()) + " bytes=250000-"});
+  then_the_log_has({"update to 1.1: 3 files to replace (3 unique, 600016 bytes, 250016 already staged), 0 to remove",
+                    "resuming " + sha256_hex(big_content()) + " at 250000 of 600000 bytes",
+                    "downloaded + verified " + sha256_hex(big_content()) + " (600000 bytes)"});
+  then_the_log_has({"blob " + sha256_hex("a of 1.1") + " already staged"});
+  then_the_log_has({"blob " + sha256_hex("c of 1.1") + " already staged"});
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledInAFirstInstallAsksAgainAndGoesOn) {
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  given_a_blob_that_stops_after(big_content(), 250000);
+  when_started();
+  then_asks(question_prompt(L"KVX is not installed in this folder yet.\n\n*"), IDYES);
+  when_this_is_staged({staged_blob(game_program()), staged_blob("a of 1.1"), staged_blob("c of 1.1"),
+                       staged_part(big_content(), 250000)});
+  when_killed();
+  EXPECT_TRUE(folder().state().empty());
+
+  when_started();
+  then_asks(question_prompt(L"KVX is not installed in this folder yet.\n\n*"), IDYES);
+  then_ends(0, launched, "updated to 1.1");
+  for (const std::string& content : {game_program(), std::string("a of 1.1"), std::string("c of 1.1")}) {
+    EXPECT_EQ(server_.requests_for(blob_url_path(content)).size(), 1U);
+  }
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledBeforeTheNextTryResumes) {
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  server_.script(blob_url_path(big_content()),
+                 {answer(200, big_content()).drop_after(head_bytes(big_content()) + 100000).reset(), answer(503)});
+  when_started();
+  ASSERT_TRUE(wait_until([&] { return server_.requests_for(blob_url_path(big_content())).size() == 2; }));
+  ASSERT_TRUE(wait_until([&] { return folder().staged().size() == 3; }));
+  when_killed();
+  const std::string part = folder().staged()[2];
+  ASSERT_TRUE(part.starts_with("dl/" + sha256_hex(big_content()) + ".part ")) << part;
+
+  when_started();
+  then_ends(0, launched, "updated to 1.1");
+  then_requests_are({"manifest.json", "manifest.sig",
+                     blob_url_path(big_content()) + " bytes=" + part.substr(part.find(' ') + 1) + "-"});
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledBetweenDownloadAndInstallFetchesNothingAgain) {
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  {
+    WaitingProgram game(in_folder(L"bin\\game.exe"));
+    RunningLauncher waiting(folder().launcher(), L"--base-url=" + server_.base_url(), folder().path());
+    EXPECT_TRUE(waiting.wait_for_prompt().text.starts_with(L"KVX is still running:\n"));
+    waiting.kill();
+    game.end();
+  }
+  then_game_is(files_of(first_release()));
+  then_state_is(installed_state("1.0", "1"));
+
+  when_started();
+  then_ends(0, launched, "updated to 1.1");
+  then_requests_are({"manifest.json", "manifest.sig"});
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledWhileInstallingIsNoticedAndFinished) {
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  FileLock held(in_folder(L"data\\a.txt"));
+  when_started();
+  // The other two are in place, in the order of their digests, before or after the one that is held.
+  ASSERT_TRUE(wait_until([this] { return value_of("complete") == "0"; }));
+  EXPECT_EQ(value_of("updating.serial"), "2");
+  EXPECT_EQ(value_of("installed.serial"), "1");
+  when_killed();
+  held.release();
+
+  // Without the server, the player is warned.
+  server_.always("manifest.json", answer(404));
+  when_started(L"--no-launch");
+  then_asks(confirm_prompt(L"No game version is published on the update server for channel \"live\".\n\nThe installed "
+                           L"version 1.0 will be started." +
+                           to_wide(unfinished_warning)),
+            IDOK);
+  then_ends(10, not_launched, "No game version is published on the update server for channel \"live\".");
+  EXPECT_EQ(value_of("complete"), "0");
+
+  server_.always("manifest.json", answer(200, release.json()));
+  when_started();
+  then_ends(0, launched, "updated to 1.1");
+  then_requests_are({"manifest.json", "manifest.sig"});
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledBeforeTheInstallIsRecordedFindsItComplete) {
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release();
+  given_published(release);
+  FileLock held(in_folder(L".kvx_patch\\installed_manifest.json"), FILE_SHARE_READ);
+  when_started();
+  ASSERT_TRUE(wait_until([&] { return folder().game_files() == PlayerFolder::described(files_of(release)); }));
+  EXPECT_EQ(value_of("complete"), "0");
+  when_killed();
+  held.release();
+
+  when_started();
+  then_ends(0, launched, "up to date 1.1");
+  then_requests_are({"manifest.json", "manifest.sig"});
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledWhileFetchingANewLauncherGoesOnWhereItStopped) {
+  given_installed(first_release());
+  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const ReleaseBuilder release = second_release().launcher("1.0.1", next);
+  given_published(release);
+  given_a_blob_that_stops_after(next, 200000);
+  when_started();
+  ASSERT_TRUE(wait_until([&] { return folder().staged() == std::vector{staged_part(next, 200000)}; }));
+  when_killed();
+
+  when_started();
+  EXPECT_EQ(run().wait_for_end(is_silent()), 50U);
+  EXPECT_EQ(server_.requests_for(blob_url_path(next)).back().header("Range"), "bytes=200000-");
+}
+
+TEST_P(InterruptedRun, KilledBetweenTheMovesOfASelfUpdateStartsOver) {
+  given_installed(first_release());
+  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const ReleaseBuilder release = second_release().launcher("1.0.1", next);
+  given_published(release);
+  FileLock old_file(folder().launcher(), FILE_SHARE_READ);
+  when_started();
+  ASSERT_TRUE(wait_until([this] { return folder().has("KVXLauncher.new.exe"); }));
+  when_killed();
+  old_file.release();
+
+  given_a_hand_over_is_awaited();
+  when_started();
+  then_ends(50, not_launched, "launcher updated to 1.0.1");
+  when_the_new_launcher_takes_over();
+  then_ends(0, launched, "updated to 1.1");
+  then_the_installation_is(release, "1.1", "2");
+}
+
+TEST_P(InterruptedRun, KilledAfterAHandOverIsFinishedByTheNextStart) {
+  given_installed(first_release());
+  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const ReleaseBuilder release = second_release().launcher("1.0.1", next);
+  given_published(release);
+  given_a_hand_over_is_awaited();
+  when_started();
+  then_ends(50, not_launched, "launcher updated to 1.0.1");
+  when_the_new_launcher_takes_over();
+  when_killed();
+
+  when_started();
+  EXPECT_EQ(run().wait_for_end(is_silent()), 0U);
+  EXPECT_EQ(server_.requests_for(blob_url_path(next)).size(), 1U);
+  then_the_installation_is(release, "1.1", "2");
+}
+
+}  // namespace
+}  // namespace kvx::test
