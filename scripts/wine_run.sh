@@ -13,7 +13,10 @@ case ${LC_ALL:-${LC_CTYPE:-${LANG:-}}} in
   *[Uu][Tt][Ff]*8) ;;
   *) export LC_ALL=C.UTF-8 ;;
 esac
-wine=$(command -v /usr/lib/wine/wine64 || command -v wine64 || command -v wine)
+wine=("$(command -v /usr/lib/wine/wine64 || command -v wine64 || command -v wine)")
+# Debian's wine64 has a fixed address and no preloader, so that a heap at a random place now and then takes the page that
+# Wine needs at 0x7ffe0000: one start in some thousands would end at once, with 1 and without a word.
+! setarch -R true 2>/dev/null || wine=(setarch -R "${wine[@]}")
 
 # One prefix is made once, whoever comes first.
 if [ ! -e "$WINEPREFIX/.ready" ]; then
@@ -21,10 +24,10 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
   exec 9>"$WINEPREFIX/.lock"
   flock 9
   if [ ! -e "$WINEPREFIX/.ready" ]; then
-    "$wine" wineboot --init >/dev/null 2>&1 9>&-
-    "$wine" winecfg -v win10 >/dev/null 2>&1 9>&-
+    "${wine[@]}" wineboot --init >/dev/null 2>&1 9>&-
+    "${wine[@]}" winecfg -v win10 >/dev/null 2>&1 9>&-
     # A program that crashes ends, instead of waiting for somebody to read a dialog.
-    "$wine" reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 9>&-
+    "${wine[@]}" reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 9>&-
     touch "$WINEPREFIX/.ready"
   fi
   exec 9>&-
@@ -35,6 +38,6 @@ fi
 # nobody reads.
 if ! wineserver -k0 2>/dev/null; then
   wineserver -p60 2>/dev/null || true
-  "$wine" cmd /c exit </dev/null >/dev/null 2>&1 || true
+  "${wine[@]}" cmd /c exit </dev/null >/dev/null 2>&1 || true
 fi
-exec "$wine" "$@"
+exec "${wine[@]}" "$@"
