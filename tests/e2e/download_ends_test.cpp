@@ -141,7 +141,7 @@ TEST_P(Download, OfOneFileThatTheServerLacksStopsTheOthers) {
   when_started();
   ASSERT_TRUE(refusal.wait_until_reached());
   const auto logged = [this](const std::string& line) {
-    const std::vector<std::string> log = folder().log();
+    const std::vector<std::string> log = folder().log_so_far();
     return std::find(log.begin(), log.end(), line) != log.end();
   };
   const std::string http_503 = "the server answered HTTP 503";

@@ -2,10 +2,10 @@
 
 #include <winternl.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <vector>
 
 #include "foundations/system_handles.h"
 
@@ -38,15 +38,53 @@ class ForeignMemory {
   void* address_;
 };
 
-// A thread's start routine that returns LoadIconW(nullptr, parameter):
-//   mov rdx, rcx / xor ecx, ecx / mov rax, LoadIconW / jmp rax
-std::array<uint8_t, 17> load_icon_routine() {
-  std::array<uint8_t, 17> code{0x48, 0x89, 0xCA, 0x31, 0xC9, 0x48, 0xB8};
-  const auto function = reinterpret_cast<uint64_t>(GetProcAddress(GetModuleHandleW(L"user32"), "LoadIconW"));
-  std::memcpy(code.data() + 7, &function, sizeof(function));
-  code[15] = 0xFF;
-  code[16] = 0xE0;
+// A thread's start routine: what it does with its parameter, and then
+//   mov rax, function / jmp rax
+std::vector<uint8_t> routine_that_calls(const wchar_t* module, const char* function, std::vector<uint8_t> code) {
+  const auto address = reinterpret_cast<uint64_t>(GetProcAddress(GetModuleHandleW(module), function));
+  code.insert(code.end(), {0x48, 0xB8});
+  for (size_t i = 0; i < sizeof(address); ++i) code.push_back(static_cast<uint8_t>(address >> (8 * i)));
+  code.insert(code.end(), {0xFF, 0xE0});
   return code;
+}
+
+// LoadIconW(nullptr, parameter):
+//   mov rdx, rcx / xor ecx, ecx
+std::vector<uint8_t> load_icon_routine() {
+  return routine_that_calls(L"user32", "LoadIconW", {0x48, 0x89, 0xCA, 0x31, 0xC9});
+}
+
+// SendMessageW(parameter, WM_GETFONT, 0, 0):
+//   mov edx, WM_GETFONT / xor r8d, r8d / xor r9d, r9d
+std::vector<uint8_t> get_font_routine() {
+  return routine_that_calls(L"user32", "SendMessageW",
+                            {0xBA, WM_GETFONT, 0x00, 0x00, 0x00, 0x45, 0x31, 0xC0, 0x45, 0x31, 0xC9});
+}
+
+struct GetObjectCall {
+  uint64_t object;
+  uint64_t size;
+  void* result;
+};
+
+// GetObjectW with the three parameters of a GetObjectCall:
+//   mov rax, rcx / mov rcx, [rax] / mov rdx, [rax + 8] / mov r8, [rax + 16]
+std::vector<uint8_t> get_object_routine() {
+  return routine_that_calls(L"gdi32", "GetObjectW",
+                            {0x48, 0x89, 0xC8, 0x48, 0x8B, 0x08, 0x48, 0x8B, 0x50, 0x08, 0x4C, 0x8B, 0x40, 0x10});
+}
+
+// What the routine returns there; 0 on failure, which fails the test. The system's libraries lie at the same address in
+// every process.
+DWORD run_in(HANDLE process, const std::vector<uint8_t>& code, void* parameter) {
+  const ForeignMemory routine(process, code.data(), code.size(), PAGE_EXECUTE_READWRITE);
+  const KernelHandle thread(CreateRemoteThread(
+      process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(routine.address()), parameter, 0, nullptr));
+  DWORD result = 0;
+  if (WaitForSingleObject(thread.get(), limit_ms) != WAIT_OBJECT_0 || GetExitCodeThread(thread.get(), &result) == 0) {
+    ADD_FAILURE() << "the process did not run what the test asks for";
+  }
+  return result;
 }
 
 template <typename Structure>
@@ -57,21 +95,38 @@ Structure read_from(HANDLE process, const void* address) {
   return structure;
 }
 
+RTL_USER_PROCESS_PARAMETERS start_parameters_of(HANDLE process) {
+  PROCESS_BASIC_INFORMATION information{};
+  EXPECT_EQ(NtQueryInformationProcess(process, ProcessBasicInformation, &information, sizeof(information), nullptr), 0);
+  const PEB environment = read_from<PEB>(process, information.PebBaseAddress);
+  return read_from<RTL_USER_PROCESS_PARAMETERS>(process, environment.ProcessParameters);
+}
+
+std::wstring text_in(HANDLE process, const UNICODE_STRING& string) {
+  std::wstring text(string.Length / sizeof(wchar_t), L'\0');
+  EXPECT_TRUE(ReadProcessMemory(process, string.Buffer, text.data(), string.Length, nullptr))
+      << "error " << GetLastError();
+  return text;
+}
+
 }  // namespace
 
 HICON system_icon_in(DWORD process_id, LPCWSTR icon) {
   const KernelHandle process = open_process(process_id);
-  const auto code = load_icon_routine();
-  // The system's libraries lie at the same address in every process.
-  const ForeignMemory routine(process.get(), code.data(), code.size(), PAGE_EXECUTE_READWRITE);
-  const KernelHandle thread(CreateRemoteThread(process.get(), nullptr, 0,
-                                               reinterpret_cast<LPTHREAD_START_ROUTINE>(routine.address()),
-                                               const_cast<wchar_t*>(icon), 0, nullptr));
-  DWORD handle = 0;  // handles of icons fit 32 bits
-  if (WaitForSingleObject(thread.get(), limit_ms) != WAIT_OBJECT_0 || GetExitCodeThread(thread.get(), &handle) == 0) {
-    ADD_FAILURE() << "the process did not say which handle its icon has";
-  }
+  const DWORD handle = run_in(process.get(), load_icon_routine(), const_cast<wchar_t*>(icon));  // of 32 bits
   return reinterpret_cast<HICON>(static_cast<uintptr_t>(handle));
+}
+
+LOGFONTW font_of(HWND control) {
+  DWORD process_id = 0;
+  GetWindowThreadProcessId(control, &process_id);
+  const KernelHandle process = open_process(process_id);
+  const LOGFONTW none{};
+  const ForeignMemory font(process.get(), &none, sizeof(none), PAGE_READWRITE);
+  const GetObjectCall call{run_in(process.get(), get_font_routine(), control), sizeof(none), font.address()};
+  const ForeignMemory parameter(process.get(), &call, sizeof(call), PAGE_READWRITE);
+  EXPECT_EQ(run_in(process.get(), get_object_routine(), parameter.address()), sizeof(none));
+  return read_from<LOGFONTW>(process.get(), font.address());
 }
 
 void send_dpi_change(HWND window, WORD dpi, const RECT& suggested) {
@@ -85,15 +140,13 @@ void send_dpi_change(HWND window, WORD dpi, const RECT& suggested) {
             0);
 }
 
-std::wstring command_line_of(HANDLE process) {
-  PROCESS_BASIC_INFORMATION information{};
-  EXPECT_EQ(NtQueryInformationProcess(process, ProcessBasicInformation, &information, sizeof(information), nullptr), 0);
-  const PEB environment = read_from<PEB>(process, information.PebBaseAddress);
-  const UNICODE_STRING line =
-      read_from<RTL_USER_PROCESS_PARAMETERS>(process, environment.ProcessParameters).CommandLine;
-  std::wstring text(line.Length / sizeof(wchar_t), L'\0');
-  EXPECT_TRUE(ReadProcessMemory(process, line.Buffer, text.data(), line.Length, nullptr)) << "error " << GetLastError();
-  return text;
+std::wstring command_line_of(HANDLE process) { return text_in(process, start_parameters_of(process).CommandLine); }
+
+std::wstring working_folder_of(HANDLE process) {
+  const RTL_USER_PROCESS_PARAMETERS parameters = start_parameters_of(process);
+  UNICODE_STRING folder;  // it has no name in the header
+  std::memcpy(&folder, &parameters.Reserved2[5], sizeof(folder));
+  return text_in(process, folder);
 }
 
 }  // namespace kvx::test

@@ -1,6 +1,7 @@
 #include "tests/e2e/player_folder.h"
 
 #include <windows.h>
+#include <winioctl.h>
 
 #include <algorithm>
 #include <functional>
@@ -68,6 +69,17 @@ PlayerFolder::PlayerFolder(std::wstring launcher_name, const std::wstring& below
 std::wstring PlayerFolder::file(const std::string& name) const { return path_ + L'\\' + backslashed(name); }
 
 void PlayerFolder::write(const std::string& name, const std::string& content) const { write_text(file(name), content); }
+
+void PlayerFolder::write_zeros(const std::string& name, uint64_t size) const {
+  write(name, "");
+  const FileHandle open(CreateFileW(file(name).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  DWORD count = 0;
+  DeviceIoControl(open.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &count, nullptr);
+  LARGE_INTEGER end;
+  end.QuadPart = static_cast<LONGLONG>(size);
+  EXPECT_TRUE(SetFilePointerEx(open.get(), end, nullptr, FILE_BEGIN));
+  EXPECT_TRUE(SetEndOfFile(open.get())) << "error " << GetLastError();
+}
 
 std::string PlayerFolder::read(const std::string& name) const { return read_text(file(name)); }
 

@@ -26,6 +26,8 @@ class PlayerFolder {
   [[nodiscard]] const std::wstring& launcher_name() const { return launcher_name_; }
 
   void write(const std::string& name, const std::string& content) const;
+  // A file of so many zeros, which takes no space on the disk but long to read.
+  void write_zeros(const std::string& name, uint64_t size) const;
   [[nodiscard]] std::string read(const std::string& name) const;
   [[nodiscard]] bool has(const std::string& name) const;
 

@@ -13,7 +13,7 @@ namespace {
 // Long enough for the longest waits of the program itself, which are ten seconds.
 constexpr uint32_t limit_ms = 60000;
 // The last waits of a download that fails are minutes.
-constexpr uint32_t end_limit_ms = 400000;
+constexpr uint32_t end_limit_ms = 240000;
 
 BOOL CALLBACK note_shown_window(HWND window, LPARAM parameter) {
   auto& [process_id, shown] = *reinterpret_cast<std::pair<DWORD, bool>*>(parameter);
@@ -57,6 +57,8 @@ RunningLauncher::~RunningLauncher() { kill(); }
 bool RunningLauncher::runs() const { return process_ && WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT; }
 
 std::wstring RunningLauncher::command_line() const { return command_line_of(process_.get()); }
+
+std::wstring RunningLauncher::working_folder() const { return working_folder_of(process_.get()); }
 
 bool RunningLauncher::wait_while_it_runs(const std::function<bool()>& condition) const {
   bool held = false;
@@ -106,12 +108,15 @@ void RunningLauncher::wait_until_cancelling() {
 }
 
 void RunningLauncher::change_dpi(uint16_t dpi) {
+  HWND moved = window().window;
   RECT place{};
-  GetWindowRect(window().window, &place);
-  const UINT before = GetDpiForWindow(window().window);
-  place.right = place.left + MulDiv(place.right - place.left, dpi, static_cast<int>(before));
-  place.bottom = place.top + MulDiv(place.bottom - place.top, dpi, static_cast<int>(before));
-  send_dpi_change(window().window, dpi, place);
+  RECT client{};
+  GetWindowRect(moved, &place);
+  GetClientRect(moved, &client);
+  const auto before = static_cast<int>(GetDpiForWindow(moved));
+  place.right += MulDiv(client.right, dpi, before) - client.right;
+  place.bottom += MulDiv(client.bottom, dpi, before) - client.bottom;
+  send_dpi_change(moved, dpi, place);
 }
 
 Prompt RunningLauncher::wait_for_prompt() {

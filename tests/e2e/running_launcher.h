@@ -28,6 +28,7 @@ class RunningLauncher {
   [[nodiscard]] uint32_t id() const { return id_; }
   [[nodiscard]] bool runs() const;
   [[nodiscard]] std::wstring command_line() const;
+  [[nodiscard]] std::wstring working_folder() const;
 
   [[nodiscard]] const ProgressWindow& window();
   [[nodiscard]] bool window_is_shown();
@@ -39,6 +40,7 @@ class RunningLauncher {
   void close_window();
   // The button says that it was pressed and cannot be pressed again.
   void wait_until_cancelling();
+  // Says that the window is on a monitor of this DPI now; the suggested place leaves the frame as it is.
   void change_dpi(uint16_t dpi);
 
   [[nodiscard]] Prompt wait_for_prompt();

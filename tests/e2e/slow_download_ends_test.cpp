@@ -43,7 +43,7 @@ class SlowDownload : public InBothWays {
   }
 
   [[nodiscard]] size_t interruptions() const {
-    const std::vector<std::string> log = folder().log();
+    const std::vector<std::string> log = folder().log_so_far();
     return static_cast<size_t>(std::count_if(log.begin(), log.end(), [](const std::string& line) {
       return line.find(" interrupted at ") != std::string::npos;
     }));

@@ -1,4 +1,4 @@
-// Runs on a disk that is full, or becomes full. Needs the disk that small_disk.sh makes.
+// Runs on a disk that is full, or becomes full, or cannot be written. Needs the disks that small_disk.sh makes.
 #include <windows.h>
 
 #include <algorithm>
@@ -243,6 +243,24 @@ TEST_P(SmallDisk, ThatTakesNoLargerFileEndsTheDownload) {
   then_game_is(files_of(first_release()));
   then_staged_is({staged_part(content_, 4 * megabyte)});
   then_state_is(installed_state("1.0", "1"));
+}
+
+// ---- 42: a disk that cannot be written
+
+class ReadOnlyDisk : public InBothWays {};
+KVX_TELL_IN_BOTH_WAYS(ReadOnlyDisk);
+
+TEST_P(ReadOnlyDisk, IsRefused) {
+  const std::wstring disk = variable(L"KVX_READ_ONLY_DISK");
+  ASSERT_FALSE(disk.empty()) << "this program is run by small_disk.sh";
+  when_started_through(disk + L"\\KVXLauncher.exe", disk);
+  then_asks(error_prompt(L"KVX cannot be installed or updated in this folder because it is not writable:\n" + disk +
+                         L"\n\nPlease move KVXLauncher.exe into a folder where you can save files (for example "
+                         L"Documents\\KVX) and start it again."),
+            IDOK);
+  EXPECT_EQ(run().wait_for_end(is_silent()), 42U);
+  EXPECT_EQ(list_folder(disk), std::vector<std::wstring>{L"KVXLauncher.exe"});
+  then_requests_are({});
 }
 
 }  // namespace

@@ -91,11 +91,18 @@ void Story::when_started(const std::wstring& options) {
   when_started_through(folder().launcher(), folder().path(), options);
 }
 
+void Story::when_the_new_launcher_is_started() {
+  when_started();
+  version_ = "1.0.1";
+}
+
 void Story::when_started_through(const std::wstring& program, const std::wstring& working_folder,
                                  const std::wstring& options) {
   version_ = "1.0.0";
   options_ = options;
   earlier_requests_ = server_.requests().size();
+  earlier_result_ = last_result();
+  last_prompts_.clear();
   run_.emplace(program, command_line(options), working_folder);
 }
 
@@ -112,6 +119,7 @@ void Story::then_asks(const Prompt& expected, uint32_t answer) {
   if (is_silent()) return;
   then_shows(expected);
   run().answer(answer);
+  if (answer == IDRETRY || answer == IDYES) last_prompts_.pop_back();
 }
 
 void Story::then_shows(const Prompt& expected) {
@@ -119,6 +127,15 @@ void Story::then_shows(const Prompt& expected) {
   const Prompt shown = run().wait_for_prompt();
   EXPECT_TRUE(fits(shown, expected)) << "expected " << expected << "\nshown    " << shown;
   EXPECT_TRUE(support_table().explains_message(to_utf8(shown.text))) << "docs/support.md does not explain " << shown;
+  last_prompts_.push_back(to_utf8(shown.text));
+}
+
+void Story::then_the_prompts_belong_to(int code) const {
+  if (code == 0) return;
+  for (const std::string& text : last_prompts_) {
+    EXPECT_TRUE(support_table().explains_message(text, code))
+        << "docs/support.md does not say that " << code << " is the code of \"" << text << "\"";
+  }
 }
 
 void Story::then_ends(int code, GameStart game, const std::string& message) {
@@ -126,6 +143,7 @@ void Story::then_ends(int code, GameStart game, const std::string& message) {
   code_ = code;
   game_ = game;
   ASSERT_EQ(run().wait_for_end(is_silent()), static_cast<uint32_t>(code));
+  then_the_prompts_belong_to(code);
   if (game == GameStart::launched) wait_for_the_game_to_end();
   const std::string expected = "code=" + std::to_string(code) +
                                "\nlaunched=" + (game == GameStart::launched ? "1" : "0") + "\nlauncher=" + version_ +
@@ -150,9 +168,13 @@ void Story::wait_for_the_game_to_end() const {
 }
 
 void Story::then_ends_before_its_log(int code) {
-  const std::string before = folder().has(".kvx_patch/last_result.txt") ? folder().result() : "none";
   ASSERT_EQ(run().wait_for_end(is_silent()), static_cast<uint32_t>(code));
-  EXPECT_EQ(folder().has(".kvx_patch/last_result.txt") ? folder().result() : "none", before);
+  then_the_prompts_belong_to(code);
+  EXPECT_EQ(last_result(), earlier_result_);
+}
+
+std::string Story::last_result() const {
+  return folder().has(".kvx_patch/last_result.txt") ? folder().result() : "none";
 }
 
 void Story::then_the_log_says(const std::vector<std::string>& lines, const std::string& channel) const {

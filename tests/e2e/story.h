@@ -52,6 +52,8 @@ class Story : public testing::Test {
   // ---- when
   // `options` goes after the server's address and the way of running.
   void when_started(const std::wstring& options = L"");
+  // The same of the launcher that a self-update brought.
+  void when_the_new_launcher_is_started();
   // The same through another path of the launcher, from another working folder.
   void when_started_through(const std::wstring& program, const std::wstring& working_folder,
                             const std::wstring& options = L"");
@@ -112,6 +114,8 @@ class Story : public testing::Test {
   [[nodiscard]] std::string header_line() const;
   void wait_for_the_game_to_end() const;
   [[nodiscard]] std::string exit_line() const;
+  [[nodiscard]] std::string last_result() const;
+  void then_the_prompts_belong_to(int code) const;
   // A program that still runs would keep its file, and so the folder, on the disk.
   void leave_folder();
 
@@ -121,6 +125,9 @@ class Story : public testing::Test {
   std::wstring options_;
   std::shared_ptr<HandOver> hand_over_;
   size_t earlier_requests_ = 0;
+  std::string earlier_result_;  // of the last run before this one, or "none"
+  // The prompts of this run that it may have ended with: those after which it was not told to go on.
+  std::vector<std::string> last_prompts_;
   int code_ = 0;
   GameStart game_ = GameStart::not_launched;
 };
