@@ -3,6 +3,9 @@
 # Without a program it only prepares the prefix, which takes some seconds the first time.
 # The Wine prefix is private to the project; KVX_WINEPREFIX moves it elsewhere.
 set -euo pipefail
+# Wine's server makes the files of all programs, with the rights that the one who happened to start it gives. A web
+# server must be able to read them.
+umask 022
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export WINEPREFIX=${KVX_WINEPREFIX:-$root/build/wineprefix}
 export WINEDEBUG=${WINEDEBUG:--all}

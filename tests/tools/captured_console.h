@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "tools/kvxpublish/console.h"
 
@@ -16,7 +15,6 @@ class CapturedConsole : public publish::Console {
   bool terminal = false;
   bool colours = false;
   size_t width = 80;
-  std::vector<std::string> answers;  // taken from the front; nobody answers when there is none
   std::function<bool()> stop_asked;  // called before every piece that is read, on any thread
 
   void write_data(std::string_view text) override { data += text; }
@@ -24,12 +22,6 @@ class CapturedConsole : public publish::Console {
   [[nodiscard]] bool is_terminal() const override { return terminal; }
   [[nodiscard]] bool has_colours() const override { return colours; }
   [[nodiscard]] size_t columns() const override { return width; }
-  [[nodiscard]] bool read_answer(std::string& answer) override {
-    if (answers.empty()) return false;
-    answer = answers.front();
-    answers.erase(answers.begin());
-    return true;
-  }
   [[nodiscard]] bool interrupted() const override { return stop_asked && stop_asked(); }
 };
 

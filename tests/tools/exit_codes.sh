@@ -57,10 +57,10 @@ expect 0 out '^serial=2$' \
 expect 6 err 'manifest.sig: there is no signature, .*, or take it as it is with --trust-unsigned-previous$' \
   pack game --out "the site" "${pack[@]}" --key "$key" --previous "the site"
 expect 4 err '^kvxpublish: .*manifest.json: has the same content already, as serial 2$' pack game --out "the site" \
-  "${pack[@]}" --trust-unsigned-previous --key "$key" --notes notes.txt --exclude='*.tmp' --previous "the site"
+  "${pack[@]}" --trust-unsigned-previous --unsigned --notes notes.txt --exclude='*.tmp' --previous "the site"
 expect 5 err '^kvxpublish: serial 1 is not larger than 2, which .*manifest.json has' \
   pack game --out "the site" "${pack[@]}" --unsigned --serial 1
-expect 6 err 'game\\game.exe: the key is not a PEM private key$' sign "the site" --key game/game.exe
+expect 6 err "^kvxpublish: $PWD/game/game.exe: the key is not a PEM private key\$" sign "the site" --key game/game.exe
 
 # Links, to files and to folders.
 mkdir linked
@@ -72,6 +72,23 @@ rm linked/name.txt
 ln -s /etc linked/folder
 expect 3 err '^kvxpublish: linked/folder: is a link; put the file itself in its place$' \
   pack linked --out site "${pack[@]}" --unsigned
+# What is left out is no matter, and neither is a folder of the game that is itself a link.
+expect 0 out '^files=1$' pack linked --out "left out" "${pack[@]}" --unsigned --exclude FOLD?R
+expect 0 out '^files=1$' pack linked --out "left out" "${pack[@]}" --unsigned --exclude='/f*/'
+expect 3 err '^kvxpublish: linked/folder: is a link; ' pack linked --out site "${pack[@]}" --unsigned --exclude='**/x/*'
+ln -s game "game link"
+expect 0 out '^files=2$' pack "game link" --out "left out" "${pack[@]}" --unsigned
+# Names that Wine cannot show.
+for name in 'a\b' $'a\nb' $'a\xFFb'; do
+  mkdir -p strange/sub
+  printf 'game' >strange/game.exe
+  printf 'x' >"strange/sub/$name"
+  printf '^kvxpublish: %s: the name has a backslash, a line feed or bytes that are not UTF-8, which no name on Windows %s' \
+    "$(printf '%q' "strange/sub/$name" | sed 's/[\\$]/\\&/g')" 'has; rename it$' >pattern.txt
+  expect 3 err "$(cat pattern.txt)" pack strange --out site "${pack[@]}" --unsigned
+  expect 0 out '^files=1$' pack strange --out "left out" "${pack[@]}" --unsigned --exclude sub
+  rm -r strange
+done
 # The program itself, as it would do on Windows.
 status=0
 "$root/scripts/wine_run.sh" "$KVX_BUILD/kvxpublish.exe" pack "Z:$PWD/linked" --out "Z:$PWD/site" "${pack[@]}" --unsigned \
@@ -86,7 +103,26 @@ grep -q '"/one two"' "the site/history/live/1.json"
 
 # What a failure says in JSON; its text is on standard error too.
 if "$root/scripts/kvxpublish" sign "the site" --key none.pem --json >out.txt 2>err.txt; then failures=1; fi
-grep -qE '^\{"error":".*none.pem: there is no such key file","code":6\}$' out.txt || failures=1
+grep -qxF "{\"error\":\"$PWD/none.pem: there is no such key file\",\"code\":6}" out.txt || failures=1
+
+# Paths are this system's in all that it says, and after "--" as well.
+expect 0 out "^manifest=$PWD/the site/manifest.json\$" digest -- "the site"
+"$root/scripts/kvxpublish" digest "the site" --json >out.txt 2>err.txt
+grep -qF "\"manifest\":\"$PWD/the site/manifest.json\"" out.txt || failures=1
+grep -q "kvxpublish attach \"$PWD/the site\" " err.txt || failures=1
+
+# serve says whether it starts a server; programs of these names stand in for the real ones.
+mkdir -p programs
+for name in nginx openssl; do
+  printf '#!/bin/sh\necho "%s $*" >>calls.txt\n' $name >programs/$name
+  chmod +x programs/$name
+done
+PATH=$PWD/programs:$PATH "$root/scripts/kvxpublish" serve "the site" --folder server >out.txt 2>err.txt
+grep -qx 'started=yes' out.txt || failures=1
+PATH=$PWD/programs:$PATH "$root/scripts/kvxpublish" serve "the site" --json >out.txt 2>err.txt
+grep -q ',"started":true}$' out.txt || failures=1
+[ "$(grep -c ^nginx server/calls.txt)" = 1 ] || failures=1
+expect 0 out '^started=no$' serve "the site" --no-start
 
 # No colours where nobody sees them.
 if LC_ALL=C grep -q $'\x1b' err.txt; then failures=1; fi

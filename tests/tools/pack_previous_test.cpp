@@ -26,8 +26,6 @@ class PackPrevious : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(site_.pack().code, 0); }
 
-  void remove_from_game(const std::wstring& name) const { ASSERT_TRUE(DeleteFileW(site_.game(name).c_str())); }
-
   // `pack` of the next release on the same site.
   [[nodiscard]] CommandResult pack_next(std::vector<std::string> more = {}) const {
     more.push_back(previous_);
@@ -39,7 +37,7 @@ class PackPrevious : public testing::Test {
 };
 
 TEST_F(PackPrevious, DeletesWhatTheReleaseBeforeHadAndThisOneHasNot) {
-  remove_from_game(L"data\\a pack.bin");
+  site_.remove_from_game(L"data\\a pack.bin");
   write_text(site_.game(L"data\\new.bin"), "new");
   const CommandResult result = pack_next();
   ASSERT_EQ(result.code, 0) << result.messages;
@@ -51,9 +49,9 @@ TEST_F(PackPrevious, DeletesWhatTheReleaseBeforeHadAndThisOneHasNot) {
 TEST_F(PackPrevious, CarriesRemovalsOnForPlayersWhoSkipReleases) {
   write_text(site_.game(L"b"), "b");
   ASSERT_EQ(pack_next().code, 0);
-  remove_from_game(L"data\\a pack.bin");
+  site_.remove_from_game(L"data\\a pack.bin");
   ASSERT_EQ(pack_next().code, 0);
-  remove_from_game(L"b");
+  site_.remove_from_game(L"b");
   ASSERT_EQ(pack_next().code, 0);
   EXPECT_THAT(removals_of(site_.published()), ElementsAre("b", "data/a pack.bin"));
   // What comes back is deleted no more.
@@ -63,14 +61,14 @@ TEST_F(PackPrevious, CarriesRemovalsOnForPlayersWhoSkipReleases) {
 }
 
 TEST_F(PackPrevious, KeepsAFileWhoseNameOnlyChangesItsCase) {
-  remove_from_game(L"data\\a pack.bin");
+  site_.remove_from_game(L"data\\a pack.bin");
   write_text(site_.game(L"data\\A PACK.BIN"), "some data");
   ASSERT_EQ(pack_next().code, 0);
   EXPECT_THAT(removals_of(site_.published()), IsEmpty());
 }
 
 TEST_F(PackPrevious, AddsTheRemovalsOfTheCommandLine) {
-  remove_from_game(L"data\\a pack.bin");
+  site_.remove_from_game(L"data\\a pack.bin");
   ASSERT_EQ(pack_next({"--remove=old\\x", "--remove=Data/A pack.bin"}).code, 0);
   EXPECT_THAT(removals_of(site_.published()), ElementsAre("Data/A pack.bin", "old/x"));
 }
@@ -249,9 +247,20 @@ TEST_F(PackPrevious, TakesAnUnsignedReleaseOfAFolderWhenTold) {
   EXPECT_THAT(removals_of(site_.published()), ElementsAre("gone"));
 }
 
+// As after a program that was ended between the manifest and the signature.
+TEST_F(PackPrevious, PacksTheSameContentAgainWhenOnlyTheNewReleaseIsSigned) {
+  ASSERT_TRUE(DeleteFileW(site_.site(L"manifest.sig").c_str()));
+  const CommandResult same = pack_next({"--trust-unsigned-previous", "--key="});
+  EXPECT_EQ(same.code, 4);
+  EXPECT_EQ(same.messages,
+            "kvxpublish: " + site_.site_folder() + "\\manifest.json: has the same content already, as serial 1\n");
+  const CommandResult result = pack_next({"--trust-unsigned-previous"});
+  EXPECT_EQ(result.code, 0) << result.messages;
+  EXPECT_EQ(site_.published().serial, 2);
+}
+
 TEST_F(PackPrevious, RefusesToTurnAFileIntoAFolder) {
-  remove_from_game(L"data\\a pack.bin");
-  ASSERT_TRUE(RemoveDirectoryW(site_.game(L"data").c_str()));
+  site_.remove_from_game(L"data\\a pack.bin");
   write_text(site_.game(L"data"), "a file now");
   const auto before = site_.snapshot();
   const CommandResult result = pack_next();
@@ -296,7 +305,7 @@ class PackPreviousUrl : public PackPrevious {
 };
 
 TEST_F(PackPreviousUrl, ReadsTheReleaseBeforeFromAServer) {
-  ASSERT_TRUE(DeleteFileW(elsewhere_.game(L"data\\a pack.bin").c_str()));
+  elsewhere_.remove_from_game(L"data\\a pack.bin");
   // The slash at the end may be left out, as in a launcher's own setting.
   const std::string without_slash = url().substr(0, url().size() - 1);
   const CommandResult result = elsewhere_.pack({"--previous=" + without_slash});
@@ -320,6 +329,8 @@ TEST_F(PackPreviousUrl, SaysWhyTheServerCannotBeUsed) {
     std::string message;
   };
   server_.always("broken/manifest.json", answer(503));
+  server_.always("page/manifest.json", answer(200, "<html></html>"));
+  server_.always("page/manifest.sig", answer(200, "<html></html>"));
   server_.serve("unsigned/manifest.json", read_text(site_.site(L"manifest.json")));
   server_.serve("other/manifest.json", read_text(site_.site(L"manifest.json")) + " ");
   server_.serve("other/manifest.sig", read_text(site_.site(L"manifest.sig")));
@@ -337,6 +348,10 @@ TEST_F(PackPreviousUrl, SaysWhyTheServerCannotBeUsed) {
                 "with --public-keys"},
            {"plain http elsewhere", "http://example.org/", 2,
             "http://example.org/: plain HTTP is only allowed for a local test server (127.0.0.1 / localhost)"},
+           {"a server that answers with a page", url("page/"), 3,
+            url("page/manifest.json") +
+                ": is no JSON; the server answers with some page of its own, so check the URL, and that the site was "
+                "uploaded there"},
            {"another scheme", "ftp://example.org/", 2, "ftp://example.org/: unsupported URL scheme"},
        }) {
     SCOPED_TRACE(c.what);

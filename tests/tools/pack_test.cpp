@@ -152,6 +152,12 @@ TEST(Pack, CountsTheSerialUpFromThePublishedOne) {
   EXPECT_EQ(site.published().serial, 42);
 }
 
+TEST(Pack, ReadsTheSerialAsADecimalNumber) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--serial=010"}).code, 0);
+  EXPECT_EQ(site.published().serial, 10);
+}
+
 TEST(Pack, AsksForTheSerialWhenThePublishedOneIsUnreadable) {
   const PublishSite site;
   write_text(site.site(L"manifest.json"), "{");
@@ -261,8 +267,23 @@ TEST(Pack, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {
       {"a serial that launchers cannot hold",
        L"",
        {"--serial=9223372036854775808"},
-       3,
-       refused + "integer overflow at offset 104"},
+       2,
+       "--serial: \"9223372036854775808\" is no number from 0 to 9223372036854775807; see kvxpublish --help"},
+      {"a serial below zero",
+       L"",
+       {"--serial=-1"},
+       2,
+       "--serial: \"-1\" is no number from 0 to 9223372036854775807; see kvxpublish --help"},
+      {"a serial that is not decimal",
+       L"",
+       {"--serial=0x10"},
+       2,
+       "--serial: \"0x10\" is no number from 0 to 9223372036854775807; see kvxpublish --help"},
+      {"more free disk than launchers can hold",
+       L"",
+       {"--min-free-disk=18446744073709551615"},
+       2,
+       "--min-free-disk: \"18446744073709551615\" is neither a number of bytes from 0 to 9223372036854775807 nor auto"},
       {"a smaller serial",
        L"",
        {"--serial=4"},
@@ -340,14 +361,18 @@ TEST(Pack, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {
        L"",
        {"--min-free-disk=1 GB"},
        2,
-       "--min-free-disk: \"1 GB\" is neither a number of bytes nor auto"},
+       "--min-free-disk: \"1 GB\" is neither a number of bytes from 0 to 9223372036854775807 nor auto"},
       {"an empty path for the notes", L"", {"--notes="}, 2, "--notes: the path is empty; see kvxpublish --help"},
       {"an empty path for the site before",
        L"",
        {"--previous="},
        2,
        "--previous: the path is empty; see kvxpublish --help"},
-      {"a serial of words", L"", {"--serial=next"}, 2, "Could not convert: --serial = next; see kvxpublish --help"},
+      {"a serial of words",
+       L"",
+       {"--serial=next"},
+       2,
+       "--serial: \"next\" is no number from 0 to 9223372036854775807; see kvxpublish --help"},
       {"an unknown option",
        L"",
        {"--chanel=live"},
@@ -388,11 +413,24 @@ TEST(Pack, SaysThatTheGameFolderIsMissingOrEmpty) {
   const CommandResult missing = pack_folder(none);
   EXPECT_EQ(missing.code, 1);
   EXPECT_EQ(missing.messages, "kvxpublish: " + none + ": there is no such folder\n");
-  ASSERT_TRUE(create_folders(site.path(L"none\\sub")));
+  ASSERT_TRUE(create_folders(site.path(L"none")));
   const CommandResult empty = pack_folder(none);
   EXPECT_EQ(empty.code, 3);
   EXPECT_EQ(empty.messages, "kvxpublish: " + none + ": there are no files to pack; a release needs at least one\n");
   EXPECT_FALSE(exists(site.site(L"")));
+}
+
+TEST(Pack, RefusesEmptyFoldersUnlessTheyAreLeftOut) {
+  const PublishSite site;
+  ASSERT_TRUE(create_folders(site.game(L"data\\Mods\\mine")));
+  const CommandResult result = site.pack();
+  EXPECT_EQ(result.code, 3);
+  EXPECT_EQ(result.messages, "kvxpublish: " + to_utf8(site.game(L"data\\Mods\\mine")) +
+                                 ": is an empty folder, and a release has only files; put a file into it, or leave it "
+                                 "out with --exclude\n");
+  EXPECT_FALSE(exists(site.site(L"")));
+  EXPECT_EQ(site.pack({"--exclude=mine"}).code, 0);
+  EXPECT_EQ(site.pack({"--exclude=data/Mods"}).code, 0);
 }
 
 FileHandle hold(const std::wstring& path) {
@@ -524,6 +562,18 @@ TEST(Pack, AsksForAKeyOrNone) {
   EXPECT_EQ(result.code, 2);
   EXPECT_EQ(result.messages, "kvxpublish: sign the release with --key PEM, or leave that for later with --unsigned\n");
   EXPECT_FALSE(exists(site.site(L"")));
+}
+
+TEST(Pack, RepeatsThePublicKeysInTheNextStep) {
+  const PublishSite site;
+  const std::string keys = to_utf8(development_public_keys());
+  const CommandResult result = site.pack({"--public-keys=" + keys});
+  EXPECT_EQ(result.messages, site.verify_hint("live", keys));
+  const CommandResult later = site.pack({"--public-keys=" + keys, "--key=", "--channel=test"});
+  EXPECT_EQ(later.messages,
+            "note: the release is not signed yet, and launchers refuse it until it is\n"
+            "next: kvxpublish sign \"" +
+                site.site_folder() + "\" --channel test --key PEM --public-keys \"" + keys + "\"\n");
 }
 
 TEST(Pack, KeepsEveryReleaseInTheHistoryOfItsChannel) {

@@ -118,6 +118,18 @@ TEST_F(Promote, HasNothingToDoWhenTheContentIsThere) {
   EXPECT_EQ(folder_tree(to_wide(folder_)), before);
 }
 
+// As after a program that was ended between the manifest and the signature of a channel's first release.
+TEST_F(Promote, PublishesAgainWhatLaunchersRefuse) {
+  ASSERT_EQ(promote().code, 0);
+  remove_file(site_.site(L"manifest.sig"));
+  const CommandResult result = promote();
+  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.data, "channel=live\nversion=1.1\nserial=2\nfiles=2\nbytes=17\nremovals=1\nkey=1ef5b9d93b368184\n");
+  EXPECT_EQ(result.messages, site_.verify_hint());
+  EXPECT_EQ(site_.published().serial, 2);
+  EXPECT_EQ(promote().code, 4);
+}
+
 TEST_F(Promote, LeavesTheReleaseUnsignedForAVault) {
   const CommandResult result = promote({"--key=", "--unsigned"});
   EXPECT_EQ(result.code, 0) << result.messages;

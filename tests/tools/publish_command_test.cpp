@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <atomic>
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
@@ -59,13 +60,19 @@ class Publish : public testing::Test {
   std::string web_folder_ = to_utf8(site_.path(L"web root"));
 };
 
+TEST_F(Publish, RepeatsThePublicKeysInTheNextStep) {
+  const std::string keys = to_utf8(development_public_keys());
+  EXPECT_EQ(publish({"--public-keys=" + keys}).messages, "next: kvxpublish verify URL --channel live --public-keys \"" +
+                                                             keys + "\" --full, with the URL that players use\n");
+}
+
 TEST_F(Publish, MakesTheFolderTheSameAsTheSite) {
   const CommandResult result = publish();
   EXPECT_EQ(result.code, 0) << result.messages;
   EXPECT_EQ(result.data,
             "channel=live\nversion=1.0\nserial=1\nkey=1ef5b9d93b368184\ncopied_files=2\ncopied_bytes=17\n"
             "present_files=0\n");
-  EXPECT_EQ(result.messages, "next: kvxpublish verify URL --channel live, with the URL that players use\n");
+  EXPECT_EQ(result.messages, "next: kvxpublish verify URL --channel live --full, with the URL that players use\n");
   EXPECT_EQ(web_tree(), folder_tree(to_wide(site_.site_folder())));
 }
 
@@ -111,9 +118,11 @@ TEST_F(Publish, HasNothingToDoWhenTheReleaseIsThere) {
 TEST_F(Publish, CompletesTheSameReleaseWhenSomethingOfItIsMissing) {
   ASSERT_EQ(publish().code, 0);
   const FolderTree whole = web_tree();
-  remove_file(web_content("the game"));
-  EXPECT_EQ(publish().code, 0);
-  EXPECT_EQ(web_tree(), whole);
+  for (const std::wstring& path : {web_content("the game"), web(L"manifest.sig")}) {
+    remove_file(path);
+    EXPECT_EQ(publish().code, 0);
+    EXPECT_EQ(web_tree(), whole);
+  }
 }
 
 TEST_F(Publish, ReplacesTheSignatureOfTheSameRelease) {
@@ -154,6 +163,16 @@ TEST_F(Publish, RefusesWithOneClearLineAndLeavesTheFolderAsItWas) {
             {"--to=" + folder + "\\"},
             2,
             folder + ": is the site itself; name the folder to publish to"},
+           {"a folder in the site",
+            [] {},
+            {"--to=" + folder + "\\Sub\\web"},
+            2,
+            folder + "\\Sub\\web: lies in the site itself; name a folder outside of it"},
+           {"the folder that the site is in",
+            [] {},
+            {"--to=" + to_utf8(site_.path(L""))},
+            2,
+            folder + ": the site lies in the folder to publish to; name another folder with --to"},
            {"no folder", [] {}, {"--to="}, 2, "--to: the path is empty; see kvxpublish --help"},
            {"a channel that is none",
             [] {},
@@ -320,8 +339,12 @@ TEST_F(Publish, LeavesContentAloneThatAnotherProgramHasBrought) {
            {"of another size", "new in 1", false, 1,
             "kvxpublish: " + to_utf8(content) +
                 ": is damaged: it has not the size of the content it is named after; delete it and pack again\n"},
-           {"and the command succeeds", "NEW IN 1.1", false, 0,
-            "next: kvxpublish verify URL --channel live, with the URL that players use\n"},
+           {"and the command succeeds", "new in 1.1", false, 0,
+            "next: kvxpublish verify URL --channel live --full, with the URL that players use\n"},
+           {"and it is damaged, as the last look finds", "NEW IN 1.1", false, 3,
+            "kvxpublish: " + to_utf8(content) +
+                ": is damaged, its digest is not its name; delete it and publish the release there again, or pack it "
+                "again\n"},
        }) {
     SCOPED_TRACE(c.what);
     CapturedConsole console;
@@ -334,7 +357,7 @@ TEST_F(Publish, LeavesContentAloneThatAnotherProgramHasBrought) {
     EXPECT_EQ(result.code, c.code);
     EXPECT_EQ(result.messages, c.message);
     EXPECT_EQ(read_text(content), c.brought);
-    if (c.code != 0) remove_file(content);
+    remove_file(content);
   }
 }
 
@@ -431,6 +454,29 @@ TEST_F(Publish, PutsAReleaseBackThatMadeRoomInTheHistory) {
   const FolderTree before = web_tree();
   EXPECT_EQ(publish({"--force"}).code, 1);
   EXPECT_EQ(web_tree(), before);
+}
+
+TEST_F(Publish, ReadsBackWhatItCopied) {
+  for (const bool stops : {false, true}) {
+    SCOPED_TRACE(stops);
+    pack_next(stops ? "1.2" : "1.1");
+    const std::wstring content = web_content(stops ? "new in 1.2" : "new in 1.1");
+    CapturedConsole console;
+    std::atomic<bool> damaged = false;
+    console.stop_asked = [&] {
+      if (!exists(content) || is_copying()) return false;
+      if (!damaged.exchange(true)) write_text(content, "NEW IN 1.1");
+      return stops;
+    };
+    const CommandResult result = publish_with(console);
+    EXPECT_EQ(result.code, stops ? 1 : 3);
+    EXPECT_EQ(result.messages,
+              stops ? "kvxpublish: stopped; the release is published, but was not checked to the end\n"
+                    : "kvxpublish: " + to_utf8(content) +
+                          ": is damaged, its digest is not its name; delete it and publish the release there again, "
+                          "or pack it again\n");
+    EXPECT_EQ(read_text(web(L"manifest.json")), read_text(site_.site(L"manifest.json")));
+  }
 }
 
 TEST_F(Publish, StopsWhenThePersonAsksForIt) {

@@ -1,5 +1,7 @@
 #include "tests/tools/publish_site.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <gtest/gtest.h>
 
@@ -60,11 +62,17 @@ PublishSite::PublishSite() {
 
 std::string PublishSite::game_folder() const { return to_utf8(folder_ / L"game"); }
 
-std::string PublishSite::verify_hint(const std::string& channel) const {
-  return "next: kvxpublish verify \"" + site_folder() + "\" --channel " + channel + "\n";
+std::string PublishSite::verify_hint(const std::string& channel, const std::string& public_keys) const {
+  const std::string keys = public_keys.empty() ? "" : " --public-keys \"" + public_keys + '"';
+  return "next: kvxpublish verify \"" + site_folder() + "\" --channel " + channel + keys + "\n";
 }
 
 std::string PublishSite::site_folder() const { return to_utf8(folder_ / L"site"); }
+
+void PublishSite::remove_from_game(const std::wstring& name) const {
+  EXPECT_NE(DeleteFileW(game(name).c_str()), 0);
+  RemoveDirectoryW(parent_path(game(name)).c_str());  // fails when there is more in it
+}
 
 CommandResult PublishSite::pack(const std::vector<std::string>& more) const {
   std::map<std::string, std::string> single = {{"--out", site_folder()},

@@ -30,12 +30,15 @@ class PublishSite {
   [[nodiscard]] std::string game_folder() const;
   [[nodiscard]] std::string site_folder() const;
 
+  // Takes a file out of the game, and its folder when that becomes empty.
+  void remove_from_game(const std::wstring& name) const;
+
   // `pack` of the game as version 1.0 for the channel "live", signed with the primary development key. `more` overrides
   // single options, because a later "--name=value" takes the earlier one's place; "--key=" leaves the release unsigned.
   [[nodiscard]] CommandResult pack(const std::vector<std::string>& more = {}) const;
 
   // The next step that a command names after it has signed.
-  [[nodiscard]] std::string verify_hint(const std::string& channel = "live") const;
+  [[nodiscard]] std::string verify_hint(const std::string& channel = "live", const std::string& public_keys = {}) const;
 
   // The manifest that the site publishes, as launchers read it; its signature is checked when `signed_too` is set.
   [[nodiscard]] Manifest published(const std::string& channel = "live", bool signed_too = true) const;

@@ -54,6 +54,18 @@ TEST(ReleaseNames, RefusesTheNameThatAnInstallUses) {
             "\"a.copy/x\": launchers use the name \"a.copy\" for a moment when they install \"a\"; rename one");
 }
 
+TEST(ReleaseNames, RefusesWhatWindowsTakesForADevice) {
+  for (const std::string name : {"con", "Con .txt", "nul.tar.gz", "conout$", "COM1", "lpt9  .x", "COM\xC2\xB9",
+                                 "com\xC2\xB2.txt", "LPT\xC2\xB3 .a.b"}) {
+    EXPECT_EQ(judge({"a/" + name}),
+              "\"a/" + name + "\": Windows takes \"" + name + "\" for a device and not for a file; rename it");
+    EXPECT_EQ(judge({name + "/a"}),
+              "\"" + name + "/a\": Windows takes \"" + name + "\" for a device and not for a file; rename it");
+  }
+  EXPECT_EQ(judge({"com", "com10", "com\xC2\xB9\xC2\xB9", "lpt\xE2\x81\xB4", "console", "a.con", " con", "con_.txt"}),
+            "fine");
+}
+
 TEST(ReleaseNames, RefusesNamesThatAreTooLong) {
   const std::string name(251, 'x');
   EXPECT_EQ(judge({"a/" + name}), "\"a/" + name + "\": a name in this path has more than 250 characters; shorten it");

@@ -36,7 +36,7 @@ class Rollback : public testing::Test {
     write_text(site_.game(L"only in 1.1"), "1.1");
     ASSERT_EQ(pack_next("1.1"), 0);
     remove_file(site_.game(L"only in 1.1"));
-    remove_file(site_.game(L"data\\a pack.bin"));
+    remove_tree(site_.game(L"data"));
     write_text(site_.game(L"only in 1.2"), "1.2");
     ASSERT_EQ(pack_next("1.2"), 0);
   }
@@ -142,6 +142,41 @@ TEST_F(Rollback, HasNothingToDoWhenTheContentIsLive) {
   }
 }
 
+// As after a program that was ended between the manifest and the signature.
+TEST_F(Rollback, PublishesAgainWhatLaunchersRefuse) {
+  struct Case {
+    const char* what;
+    std::string signature;
+  };
+  int serial = 3;
+  for (const Case& c : std::vector<Case>{{"no signature", ""},
+                                         {"that of the release before", read_text(site_.site(L"manifest.sig"))}}) {
+    SCOPED_TRACE(c.what);
+    remove_file(site_.site(L"manifest.sig"));
+    if (!c.signature.empty()) write_text(site_.site(L"manifest.sig"), c.signature);
+    const CommandResult result = rollback("serial:3");
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.messages, site_.verify_hint());
+    EXPECT_EQ(result.data, "channel=live\nversion=1.2\nserial=" + std::to_string(++serial) +
+                               "\nfiles=2\nbytes=11\nremovals=2\nkey=1ef5b9d93b368184\n");
+    EXPECT_EQ(site_.published().serial, serial);
+    EXPECT_EQ(rollback("serial:3").code, 4);
+  }
+}
+
+// As after a program that was ended before the release was live.
+TEST_F(Rollback, PassesOverAReleaseThatWasNeverFinished) {
+  const FolderTree before = folder_tree(to_wide(folder_));
+  ASSERT_EQ(rollback("1.0").code, 0);
+  for (const std::wstring name : {L"manifest.json", L"manifest.sig"}) write_text(site_.site(name), before.at(name));
+  remove_file(site_.site(L"history\\live\\4.sig"));
+  const CommandResult result = rollback("1.0");
+  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.messages, site_.verify_hint());
+  EXPECT_EQ(site_.published().version, "1.0");
+  EXPECT_EQ(site_.published().serial, 5);
+}
+
 TEST_F(Rollback, WorksOnTheChannelThatIsNamed) {
   ASSERT_EQ(site_.pack({"--channel=test", "--version=7"}).code, 0);
   ASSERT_EQ(site_.pack({"--channel=test", "--version=8"}).code, 0);
@@ -167,6 +202,7 @@ TEST_F(Rollback, LeavesTheReleaseUnsignedForAVault) {
             "note: the release is not signed yet, and launchers refuse it until it is\nnext: kvxpublish digest \"" +
                 folder_ + "\" --channel live\n");
   EXPECT_FALSE(exists(site_.site(L"manifest.sig")));
+  EXPECT_EQ(rollback("1.0", {"--unsigned"}).code, 4);
 }
 
 TEST_F(Rollback, RefusesWithOneClearLineAndLeavesTheSiteAsItWas) {

@@ -13,6 +13,7 @@
 #include "tests/tools/folder_tree.h"
 #include "tests/tools/publish_site.h"
 #include "tools/kvxpublish/local_server.h"
+#include "tools/kvxpublish/machine_path.h"
 
 namespace kvx::test {
 namespace {
@@ -231,8 +232,11 @@ TEST_F(Serve, RefusesWithOneClearLine) {
     EXPECT_EQ(result.code, refusal.code);
     EXPECT_EQ(result.messages, "kvxpublish: " + refusal.message + "\n");
   }
-  for (const char* port : {"0", "65536", "x"}) {
-    EXPECT_EQ(kvxpublish({"serve", folder_, "--print", std::string("--port=") + port}).code, 2) << port;
+  for (const std::string port : {"0", "65536", "x", "0x1F90", "-1"}) {
+    const CommandResult result = kvxpublish({"serve", folder_, "--print", "--port=" + port});
+    EXPECT_EQ(result.code, 2);
+    EXPECT_EQ(result.messages,
+              "kvxpublish: --port: \"" + port + "\" is no number from 1 to 65535; see kvxpublish --help\n");
   }
 }
 

@@ -128,8 +128,30 @@ TEST(Sign, TellsThatLaunchersOfThisBuildDoNotKnowTheKey) {
   const std::string identifier = made.substr(made.find("identifier=") + 11, 16);
   const CommandResult result = kvxpublish({"sign", site.site_folder(), "--key", keys + "\\private_key.pem"});
   EXPECT_EQ(result.code, 0);
+  const std::string next = "next: kvxpublish verify \"" + site.site_folder() + "\" --channel live --public-keys FILE\n";
   EXPECT_EQ(result.messages, "note: the launcher of this build does not know key " + identifier +
-                                 "; only launchers built with it take the release\n" + site.verify_hint());
+                                 "; only launchers built with it take the release\n" + next);
+}
+
+TEST(Sign, ComparesTheKeyWithThePublicKeysThatAreGiven) {
+  const PublishSite site;
+  ASSERT_EQ(site.pack({"--key="}).code, 0);
+  const std::string folder = to_utf8(site.path(L"keys"));
+  const std::string made = kvxpublish({"keygen", "--out", folder}).data;
+  const size_t start = made.find("public_line=") + 12;
+  const std::string list = to_utf8(site.path(L"list.txt"));
+  write_text(site.path(L"list.txt"), made.substr(start, made.find('\n', start) - start) + "\n");
+  const CommandResult known =
+      kvxpublish({"sign", site.site_folder(), "--key", folder + "\\private_key.pem", "--public-keys", list});
+  EXPECT_EQ(known.code, 0);
+  EXPECT_EQ(known.messages, site.verify_hint("live", list));
+  const CommandResult unknown =
+      kvxpublish({"sign", site.site_folder(), "--key", development_key("primary"), "--public-keys", list});
+  EXPECT_EQ(unknown.code, 0);
+  EXPECT_EQ(unknown.messages, "note: a launcher with the keys in " + list +
+                                  " does not know key 1ef5b9d93b368184; only launchers built with it take the release\n"
+                                  "next: kvxpublish verify \"" +
+                                  site.site_folder() + "\" --channel live --public-keys FILE\n");
 }
 
 TEST(Sign, NeverHandsOutASignatureThatDoesNotVerify) {

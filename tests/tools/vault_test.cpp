@@ -68,7 +68,9 @@ TEST_F(Vault, ShowsTheDigestOfTheExactManifest) {
   EXPECT_EQ(result.data, "channel=live\nversion=1.0\nserial=7\nmanifest=" + site_.site_folder() +
                              "\\manifest.json\nsha256=" + sha256 + "\n");
   EXPECT_EQ(result.messages, "next: sign this digest with ECDSA on P-256, then: kvxpublish attach \"" +
-                                 site_.site_folder() + "\" --channel live --signature FILE\n");
+                                 site_.site_folder() +
+                                 "\" --channel live --signature FILE, and --public-keys FILE for a key that this build "
+                                 "does not know\n");
   const std::string bytes = digest();
   EXPECT_EQ(to_hex(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), sha256);
 }

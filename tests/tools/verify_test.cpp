@@ -83,6 +83,13 @@ TEST_F(Verify, LooksAtTheChannelThatIsNamed) {
   EXPECT_EQ(result.messages, publish_hint(site_, "test"));
 }
 
+TEST_F(Verify, RepeatsThePublicKeysInTheNextStep) {
+  const std::string keys = to_utf8(development_public_keys());
+  EXPECT_EQ(
+      verify({"--public-keys=" + keys}).messages,
+      "next: kvxpublish publish \"" + folder_ + "\" --channel live --to WEB_ROOT --public-keys \"" + keys + "\"\n");
+}
+
 TEST_F(Verify, CountsEqualContentOnceAndTheLauncher) {
   write_text(site_.game(L"copy.exe"), "the game");
   ASSERT_EQ(site_.pack({"--version=2", "--launcher=" + to_utf8(built_launcher())}).code, 0);
@@ -427,7 +434,7 @@ TEST_F(VerifyUrl, NamesEachThingThatIsWrongOnAServer) {
 }
 
 TEST_F(VerifyUrl, TellsOfACodingThatMayBeWhyTheSignatureDoesNotMatch) {
-  server_.always("manifest.json", answer(200, "coded", "Content-Encoding: gzip\r\n"));
+  server_.always("manifest.json", answer(200, "{coded", "Content-Encoding: gzip\r\n"));
   expect_refusal(verify_url(), 6,
                  base_ + ": 2 things are wrong\n  " + base_ +
                      "manifest.json: is sent with the content coding \"gzip\", which launchers do not undo; switch "
@@ -442,6 +449,39 @@ TEST_F(VerifyUrl, LooksOnceMoreWhenAReleaseIsJustBeingReplaced) {
   const CommandResult result = verify_url();
   EXPECT_EQ(result.code, 0) << result.messages;
   EXPECT_EQ(server_.requests_for("manifest.sig").size(), 3U);  // two for the release, one for the headers
+}
+
+TEST_F(VerifyUrl, TellsOfAServerThatAnswersEverythingWithAPage) {
+  for (const std::string path : {"manifest.json", "manifest.sig"}) {
+    server_.always(path, answer(200, "\n<!DOCTYPE html><title>Welcome</title>"));
+  }
+  expect_refusal(verify_url(), 3,
+                 base_ +
+                     "manifest.json: is no JSON; the server answers with some page of its own, so check the URL, and "
+                     "that the site was uploaded there");
+}
+
+TEST_F(VerifyUrl, NotesThatCachesMayKeepWhatChanges) {
+  const std::string manifest = read_text(site_.site(L"manifest.json"));
+  const auto note = [&](const std::string& caching) {
+    return "note: " + base_ + "manifest.json: is sent with the Cache-Control \"" + caching +
+           "\", so that players can get old releases from caches; let the server send \"no-cache\"\n";
+  };
+  for (const auto& [caching, is_noted] : std::vector<std::pair<std::string, bool>>{
+           {"public, max-age=31536000", true},
+           {"Immutable", true},
+           {"Max-Age=60", true},
+           {"max-age=0", false},
+           {"no-cache", false},
+           {"max-age=60, no-cache", false},
+           {"no-store", false},
+       }) {
+    SCOPED_TRACE(caching);
+    server_.always("manifest.json", answer(200, manifest, "Cache-Control: " + caching + "\r\n"));
+    const CommandResult result = verify_url();
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.messages, is_noted ? note(caching) : "");
+  }
 }
 
 TEST_F(VerifyUrl, SaysThatThereIsNoServer) {

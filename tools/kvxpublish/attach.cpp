@@ -113,8 +113,7 @@ bool run_attach(const AttachOptions& options, const CommandContext& context, Fai
   context.report.add("serial", static_cast<uint64_t>(release.manifest.serial));
   context.report.add("key", identifier_text(signer->key));
   context.report.add("key_name", signer->name);
-  note_unknown_key(identifier_text(signer->key), context.report);
-  context.report.next_step(verify_command(options.site, options.channel));
+  suggest_verify({options.site, options.channel, options.public_keys}, identifier_text(signer->key), context.report);
   return true;
 }
 

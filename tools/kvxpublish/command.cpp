@@ -1,5 +1,7 @@
 #include "tools/kvxpublish/command.h"
 
+#include <charconv>
+
 #include "tools/kvxpublish/cli11.h"
 
 namespace kvx::publish {
@@ -20,22 +22,21 @@ void add_channel_option(CLI::App& command, std::string& value) {
   command.add_option("--channel", value, "The release channel")->type_name("C")->capture_default_str();
 }
 
-void add_yes_option(CLI::App& command, bool& value) {
-  command.add_flag("--yes", value, "Do it without asking, for scripts");
+bool read_decimal(std::string_view text, uint64_t least, uint64_t largest, uint64_t& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() && number >= least && number <= largest;
 }
 
-bool confirm(Console& console, const std::string& question, bool yes, Failure& failure) {
-  if (yes) return true;
-  if (!console.is_terminal()) {
-    return fail(ExitCode::usage, question + " Nobody can be asked here; say so with --yes", failure);
-  }
-  console.write_message(question + " [y/N] ");
-  std::string answer;
-  if (!console.read_answer(answer)) {
-    return fail(ExitCode::usage, question + " Nobody can be asked here; say so with --yes", failure);
-  }
-  return answer == "y" || answer == "Y" || answer == "yes" ||
-         fail(ExitCode::failed, "not done: the answer was not \"y\"", failure);
+CLI::Option* take_decimal(CLI::Option* option, uint64_t least, uint64_t largest) {
+  const auto normalise = [least, largest](std::string& text) {
+    uint64_t number = 0;
+    if (!read_decimal(text, least, largest, number)) {
+      return '"' + text + "\" is no number from " + std::to_string(least) + " to " + std::to_string(largest);
+    }
+    text = std::to_string(number);  // the library takes a 0 at the beginning for an octal number's
+    return std::string();
+  };
+  return option->transform(CLI::Validator(normalise, ""));
 }
 
 }  // namespace kvx::publish

@@ -1,8 +1,11 @@
 // What a command of the publisher's tool is made of, and the options that several commands share.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
+#include <string_view>
 
 #include "tools/kvxpublish/console.h"
 #include "tools/kvxpublish/failure.h"
@@ -38,11 +41,13 @@ void add_site_folder(CLI::App& command, std::string& value);
 // --channel, "live" unless given.
 void add_channel_option(CLI::App& command, std::string& value);
 
-// --yes, for commands that ask before they act.
-void add_yes_option(CLI::App& command, bool& value);
+// The largest number that launchers can hold.
+constexpr uint64_t largest_launcher_number = std::numeric_limits<int64_t>::max();
 
-// Asks a yes-or-no question unless `yes` already answers it. False when the answer is no, or when there is nobody to
-// ask, which is an error of usage.
-[[nodiscard]] bool confirm(Console& console, const std::string& question, bool yes, Failure& failure);
+// Decimal digits and nothing else, of a number from `least` to `largest`.
+[[nodiscard]] bool read_decimal(std::string_view text, uint64_t least, uint64_t largest, uint64_t& number);
+
+// Lets an option take such a number alone.
+CLI::Option* take_decimal(CLI::Option* option, uint64_t least, uint64_t largest);
 
 }  // namespace kvx::publish

@@ -25,9 +25,6 @@ class Console {
   // Characters in a line of the terminal.
   [[nodiscard]] virtual size_t columns() const = 0;
 
-  // The line that a person types, without its end. False when there is nobody to ask.
-  [[nodiscard]] virtual bool read_answer(std::string& answer) = 0;
-
   // Whether the person has asked the program to stop (Ctrl+C). Any thread.
   [[nodiscard]] virtual bool interrupted() const = 0;
 };

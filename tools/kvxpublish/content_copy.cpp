@@ -14,6 +14,7 @@
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/parallel.h"
 #include "tools/kvxpublish/progress.h"
+#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -49,7 +50,7 @@ class ContentCopier {
                                 FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return cannot_write(place, failure);
     uint32_t error = 0;
-    const auto sink = [&](const uint8_t* bytes, size_t count) { return take(file.get(), bytes, count, error); };
+    const auto sink = [&](const uint8_t* bytes, size_t count) { return take(file, bytes, count, error); };
     if (!hasher_.reset()) return fail(ExitCode::failed, "SHA-256 is not available on this system", failure);
     if (!from_->read_content(name, content.size, sink, failure)) {
       if (state_.console.interrupted()) return fail(ExitCode::failed, "stopped; nothing was changed", failure);
@@ -60,12 +61,8 @@ class ContentCopier {
            fail(ExitCode::refused, digest_problem(from_->name_of(name)), failure);
   }
 
-  bool take(HANDLE file, const uint8_t* bytes, size_t count, uint32_t& error) {
-    DWORD written = 0;
-    if (WriteFile(file, bytes, static_cast<DWORD>(count), &written, nullptr) == 0 || written != count) {
-      error = GetLastError();
-      return false;
-    }
+  bool take(const FileHandle& file, const uint8_t* bytes, size_t count, uint32_t& error) {
+    if (!write_all(file, bytes, count, error)) return false;
     state_.progress.advance(count);
     return hasher_.update(bytes, count) && !state_.console.interrupted();
   }

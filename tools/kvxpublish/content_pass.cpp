@@ -18,6 +18,7 @@
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/parallel.h"
 #include "tools/kvxpublish/progress.h"
+#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -83,11 +84,8 @@ class TemporaryFile {
   }
 
   [[nodiscard]] bool write(const uint8_t* bytes, size_t count, Failure& failure) {
-    DWORD written = 0;
-    if (file_ && WriteFile(file_.get(), bytes, static_cast<DWORD>(count), &written, nullptr) != 0 && written == count) {
-      return true;
-    }
-    const uint32_t error = error_ != 0 ? error_ : GetLastError();
+    uint32_t error = error_;
+    if (file_ && write_all(file_, bytes, count, error)) return true;
     return fail(ExitCode::failed, to_utf8(path_) + ": cannot be written: " + error_text(error), failure);
   }
 

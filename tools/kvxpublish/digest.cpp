@@ -42,7 +42,8 @@ bool run_digest(const DigestOptions& options, const CommandContext& context, Fai
   report.add("manifest", to_utf8(site_paths(given_path(options.site), options.channel).manifest));
   report.add("sha256", to_hex(digest.data(), digest.size()));
   report.next_step("sign this digest with ECDSA on P-256, then: kvxpublish attach \"" + options.site + "\" --channel " +
-                   options.channel + " --signature FILE");
+                   options.channel +
+                   " --signature FILE, and --public-keys FILE for a key that this build does not know");
   return true;
 }
 

@@ -68,6 +68,7 @@ bool load_previous(const PreviousSource& previous, const std::string& channel, c
                 failure);
   }
   earlier.previous = std::move(release.manifest);
+  earlier.previous_is_signed = !release.signature.empty();
   return search == Search::found;
 }
 

@@ -13,7 +13,8 @@
 namespace kvx::publish {
 
 struct EarlierReleases {
-  std::optional<Manifest> previous;          // the release that the new one follows, wherever it was read
+  std::optional<Manifest> previous;  // the release that the new one follows, wherever it was read
+  bool previous_is_signed = false;
   std::string previous_name;                 // its manifest's path or URL
   std::optional<uint64_t> published_serial;  // what the site that is written to publishes now
   std::string published_bytes;               // its manifest

@@ -25,46 +25,41 @@ class FolderSite : public SiteReader {
 
   [[nodiscard]] Search read_file(const std::string& relative, uint64_t limit, std::string& bytes,
                                  Failure& failure) override {
-    uint64_t size = 0;
-    const Search search = find_size(relative, size, failure);
-    if (search != Search::found) return search;
-    if (size > limit) return failed(relative, "is larger than " + std::to_string(limit) + " bytes", failure);
-    if (!kvx::read_file(path_of(relative), limit, bytes)) return failed(relative, "cannot be read", failure);
-    return Search::found;
+    const FileHandle file = open(relative);
+    if (!file) return not_found(relative, GetLastError(), failure);
+    LARGE_INTEGER size;
+    if (GetFileSizeEx(file.get(), &size) == 0) return not_found(relative, GetLastError(), failure);
+    if (static_cast<uint64_t>(size.QuadPart) > limit) {
+      return failed(relative, "is larger than " + std::to_string(limit) + " bytes", failure);
+    }
+    bytes.clear();
+    const auto sink = [&](const uint8_t* piece, size_t count) {
+      bytes.append(piece, piece + count);
+      return true;
+    };
+    uint64_t count = 0;
+    return read_to_end(relative, file, sink, count, failure) ? Search::found : Search::failed;
   }
 
   [[nodiscard]] Search find_size(const std::string& relative, uint64_t& size, Failure& failure) override {
-    const std::wstring path = path_of(relative);
-    FileStamp stamp;
-    if (file_stamp(path, stamp)) {
-      size = stamp.size;
-      return Search::found;
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (GetFileAttributesExW(long_path(path_of(relative)).c_str(), GetFileExInfoStandard, &data) == 0) {
+      return not_found(relative, GetLastError(), failure);
     }
-    if (is_folder(path)) return failed(relative, "is a folder", failure);
-    return Search::absent;
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return failed(relative, "is a folder", failure);
+    size = uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    return Search::found;
   }
 
   [[nodiscard]] bool read_content(const std::string& relative, uint64_t size, const ContentSink& sink,
                                   Failure& failure) override {
-    const FileHandle file(CreateFileW(long_path(path_of(relative)).c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file) return cannot_read(relative, failure);
-    std::vector<uint8_t> buffer(read_buffer_bytes);
-    uint64_t position = 0;
-    for (;;) {
-      DWORD got = 0;
-      if (ReadFile(file.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &got, nullptr) == 0) {
-        return cannot_read(relative, failure);
-      }
-      if (got == 0) break;
-      position += got;
-      if (!sink(buffer.data(), got)) return fail(ExitCode::failed, name_of(relative) + ": stopped", failure);
-    }
-    return position == size ||
+    const FileHandle file = open(relative);
+    if (!file) return cannot_read(relative, GetLastError(), failure);
+    uint64_t count = 0;
+    if (!read_to_end(relative, file, sink, count, failure)) return false;
+    return count == size ||
            fail(ExitCode::failed,
-                name_of(relative) + ": has " + std::to_string(position) + " bytes, not " + std::to_string(size),
-                failure);
+                name_of(relative) + ": has " + std::to_string(count) + " bytes, not " + std::to_string(size), failure);
   }
 
  private:
@@ -72,13 +67,41 @@ class FolderSite : public SiteReader {
     return join_path(folder_, native_path(relative));
   }
 
+  [[nodiscard]] FileHandle open(const std::string& relative) const {
+    return FileHandle(CreateFileW(long_path(path_of(relative)).c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+  }
+
+  // Counts the bytes that the sink has got.
+  [[nodiscard]] bool read_to_end(const std::string& relative, const FileHandle& file, const ContentSink& sink,
+                                 uint64_t& count, Failure& failure) const {
+    std::vector<uint8_t> buffer(read_buffer_bytes);
+    for (;;) {
+      DWORD got = 0;
+      if (ReadFile(file.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &got, nullptr) == 0) {
+        return cannot_read(relative, GetLastError(), failure);
+      }
+      if (got == 0) return true;
+      count += got;
+      if (!sink(buffer.data(), got)) return fail(ExitCode::failed, name_of(relative) + ": stopped", failure);
+    }
+  }
+
+  // Only what is certainly not there is absent: whoever takes a release that cannot be read for none publishes over it.
+  Search not_found(const std::string& relative, uint32_t error, Failure& failure) const {
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return Search::absent;
+    if (is_folder(path_of(relative))) return failed(relative, "is a folder", failure);
+    static_cast<void>(cannot_read(relative, error, failure));
+    return Search::failed;
+  }
+
   Search failed(const std::string& relative, const std::string& reason, Failure& failure) const {
     static_cast<void>(fail(ExitCode::failed, name_of(relative) + ": " + reason, failure));
     return Search::failed;
   }
 
-  bool cannot_read(const std::string& relative, Failure& failure) const {
-    const uint32_t error = GetLastError();
+  bool cannot_read(const std::string& relative, uint32_t error, Failure& failure) const {
     return fail(ExitCode::failed, name_of(relative) + ": cannot be read: " + error_text(error), failure);
   }
 

@@ -32,12 +32,16 @@ class FolderWalk {
     const FindHandle search(FindFirstFileExW(long_path(join_path(folder, L"*")).c_str(), FindExInfoBasic, &entry,
                                              FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
     if (!search) return cannot_read(folder, GetLastError());
+    bool is_empty = true;
     do {
       const std::wstring name = entry.cFileName;
-      if (name != L"." && name != L".." && !visit(folder, name, entry.dwFileAttributes, prefix)) return false;
+      if (name == L"." || name == L"..") continue;
+      is_empty = false;
+      if (!visit(folder, name, entry.dwFileAttributes, prefix)) return false;
     } while (FindNextFileW(search.get(), &entry) != 0);
     const uint32_t error = GetLastError();
-    return error == ERROR_NO_MORE_FILES || cannot_read(folder, error);
+    if (error != ERROR_NO_MORE_FILES) return cannot_read(folder, error);
+    return !is_empty || prefix.empty() || refuse_empty(folder);
   }
 
  private:
@@ -74,6 +78,14 @@ class FolderWalk {
     }
     files_.push_back({relative, path, stamp.size, stamp.last_write_time, {}});
     return true;
+  }
+
+  bool refuse_empty(const std::wstring& folder) {
+    return fail(ExitCode::refused,
+                to_utf8(folder) +
+                    ": is an empty folder, and a release has only files; put a file into it, or leave it "
+                    "out with --exclude",
+                failure_);
   }
 
   bool cannot_read(const std::wstring& folder, uint32_t error) {

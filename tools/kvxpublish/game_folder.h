@@ -17,9 +17,9 @@ struct GameFile {
   std::string sha256;            // 64 lower-case hexadecimal characters, empty until the file was read
 };
 
-// All files below a folder as they are now, ordered by path; none is opened. Folders without a file leave no trace.
-// Links are refused: what they point to need not be part of the game. Files and folders that a pattern in `exclude`
-// matches are passed over; `unused` receives the patterns that matched nothing.
+// All files below a folder as they are now, ordered by path; none is opened. Empty folders are refused, because a
+// release cannot hold them, and so are links: what they point to need not be part of the game. Files and folders that a
+// pattern in `exclude` matches are passed over; `unused` receives the patterns that matched nothing.
 [[nodiscard]] bool list_game_folder(const std::wstring& folder, const std::vector<std::string>& exclude,
                                     std::vector<GameFile>& files, std::vector<std::string>& unused, Failure& failure);
 

@@ -13,4 +13,9 @@ std::wstring given_path(const std::string& path) {
   return wide.empty() ? wide : full_path(wide);
 }
 
+bool lies_in(const std::wstring& path, const std::wstring& folder) {
+  const std::wstring prefix = folder.ends_with(L'\\') ? folder : folder + L'\\';
+  return equals_ignore_case(path, folder) || starts_with_ignore_case(path, prefix);
+}
+
 }  // namespace kvx::publish

@@ -34,6 +34,13 @@ bool read_total(std::wstring_view content_range, uint64_t& total) {
 
 std::string quoted(const std::wstring& header) { return '"' + to_utf8(header) + '"'; }
 
+// A Cache-Control with which caches need not ask the server every time.
+bool lets_caches_keep(const std::wstring& cache_control) {
+  const std::string text = to_lower_ascii(to_utf8(cache_control));
+  const auto has = [&text](std::string_view word) { return text.find(word) != std::string::npos; };
+  return has("immutable") || (has("max-age=") && !has("max-age=0") && !has("no-cache") && !has("no-store"));
+}
+
 }  // namespace
 
 struct HttpCheck::Answer {
@@ -54,9 +61,14 @@ bool HttpCheck::open(Failure& failure) {
          fail(ExitCode::failed, "the network could not be initialised: " + error, failure);
 }
 
-void HttpCheck::check_document(const std::string& url) {
+void HttpCheck::check_document(const std::string& url, std::vector<std::string>& notes) {
   Answer answer;
   if (!send(url, L"Cache-Control: no-cache\r\nPragma: no-cache\r\n", answer) || answer.status != status_ok) return;
+  const std::wstring caching = answer.header(WINHTTP_QUERY_CACHE_CONTROL);
+  if (lets_caches_keep(caching)) {
+    notes.push_back(url + ": is sent with the Cache-Control " + quoted(caching) +
+                    ", so that players can get old releases from caches; let the server send \"no-cache\"");
+  }
   if (!check_coding(answer)) return;
   if (!answer.header(WINHTTP_QUERY_CONTENT_LENGTH).empty()) return;
   static_cast<void>(wrong(answer, "is sent without a Content-Length; let the server send it as a plain file"));

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "net/http_session.h"
 #include "tools/kvxpublish/problems.h"
@@ -18,8 +19,9 @@ class HttpCheck {
 
   [[nodiscard]] bool open(Failure& failure);
 
-  // The headers of a manifest or a signature. One that is not there is not this check's business.
-  void check_document(const std::string& url);
+  // The headers of a manifest or a signature. One that is not there is not this check's business. `notes` receives
+  // what makes players wait without keeping them from anything.
+  void check_document(const std::string& url, std::vector<std::string>& notes);
 
   // Asks for the last byte alone, as a launcher asks for the rest of a download. An empty file has no last byte and is
   // asked for whole. False when there is a problem.

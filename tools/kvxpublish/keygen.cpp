@@ -13,8 +13,10 @@
 #include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/ecdsa.h"
 #include "tools/kvxpublish/given_path.h"
+#include "tools/kvxpublish/made_folders.h"
 #include "tools/kvxpublish/pubkey.h"
 #include "tools/kvxpublish/sign.h"
+#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -56,23 +58,33 @@ class OwnerOnly {
   SECURITY_ATTRIBUTES attributes_{sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
 };
 
+void drop_file(const std::wstring& path) {
+  uint32_t ignored = 0;
+  static_cast<void>(delete_file_once(path, ignored));
+}
+
+bool flush(const FileHandle& file, uint32_t& error) {
+  if (FlushFileBuffers(file.get()) != 0) return true;
+  error = GetLastError();
+  return false;
+}
+
 // Never an existing file: a private key that is overwritten is lost for good. `attributes` may be null for the usual
-// rights.
+// rights. A file that cannot be finished is deleted.
 bool write_new_file(const std::wstring& path, const std::string& bytes, SECURITY_ATTRIBUTES* attributes,
                     Failure& failure) {
-  const FileHandle file(
+  FileHandle file(
       CreateFileW(long_path(path).c_str(), GENERIC_WRITE, 0, attributes, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
   uint32_t error = file ? 0 : GetLastError();
   if (error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS) {
     return fail(ExitCode::failed, to_utf8(path) + ": is there already and is never overwritten; name another folder",
                 failure);
   }
-  DWORD written = 0;
-  if (file && WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) != 0 &&
-      written == bytes.size() && FlushFileBuffers(file.get()) != 0) {
-    return true;
+  if (file && write_all(file, bytes.data(), bytes.size(), error) && flush(file, error)) return true;
+  if (file) {
+    file.reset();
+    drop_file(path);
   }
-  if (file) error = GetLastError();
   return fail(ExitCode::failed, to_utf8(path) + ": cannot be written: " + error_text(error), failure);
 }
 
@@ -84,18 +96,22 @@ bool make_key(PrivateKey& key, Failure& failure) {
   return sign_manifest("trial", key, signature_file, key_identifier, failure);
 }
 
-bool write_pair(const std::wstring& folder, const PrivateKey& key, Failure& failure) {
-  uint32_t error = 0;
-  if (!create_folders(folder, error)) {
-    return fail(ExitCode::failed, to_utf8(folder) + ": the folder cannot be made: " + error_text(error), failure);
-  }
+bool write_files(const std::wstring& folder, const PrivateKey& key, Failure& failure) {
   OwnerOnly rights;
   if (!rights.prepare()) return fail(ExitCode::failed, "the system does not tell which user this is", failure);
   const std::wstring private_path = join_path(folder, L"private_key.pem");
   const std::wstring public_path = join_path(folder, L"public_key.pem");
   if (!write_new_file(private_path, private_key_pem(key), rights.attributes(), failure)) return false;
   if (write_new_file(public_path, public_key_pem(key.public_point), nullptr, failure)) return true;
-  static_cast<void>(delete_file_once(private_path, error));
+  drop_file(private_path);
+  return false;
+}
+
+// Both files or nothing, the folder included.
+bool write_pair(const std::wstring& folder, const PrivateKey& key, Failure& failure) {
+  std::vector<std::wstring> made;
+  if (make_folders(folder, made, failure) && write_files(folder, key, failure)) return true;
+  remove_empty_folders(made);
   return false;
 }
 

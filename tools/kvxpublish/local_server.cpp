@@ -9,13 +9,12 @@
 #include "foundations/files.h"
 #include "foundations/paths.h"
 #include "foundations/text.h"
+#include "tools/kvxpublish/machine_path.h"
 
 namespace kvx::publish {
 namespace {
 
 constexpr std::array server_files = {L"authority.pem", L"server.pem", L"server.key"};
-
-constexpr std::wstring_view unix_prefix = LR"(\\?\unix\)";
 
 // A name of its own, because authorities of former folders may still be trusted. It may speak for localhost only.
 std::string authority_configuration() {
@@ -84,12 +83,6 @@ const std::vector<std::string>& certificate_commands() {
 }
 
 std::string local_url(uint16_t port) { return "https://localhost:" + std::to_string(port) + "/patch/"; }
-
-std::string machine_path(const std::wstring& path) {
-  std::string text = to_utf8(path.starts_with(unix_prefix) ? path.substr(unix_prefix.size() - 1) : path);
-  if (text.size() != to_utf8(path).size()) std::ranges::replace(text, '\\', '/');
-  return text;
-}
 
 bool nginx_configuration(const std::wstring& site, uint16_t port, std::string& text, Failure& failure) {
   std::string path = machine_path(site);

@@ -23,10 +23,6 @@ constexpr const wchar_t* server_authority_name = L"authority.pem";
 // The base URL at which the site appears.
 [[nodiscard]] std::string local_url(uint16_t port);
 
-// A full path as the programs of this machine take it: under Wine, a path that is in the form of such a machine's own
-// files ("\\?\unix\...") is one of theirs.
-[[nodiscard]] std::string machine_path(const std::wstring& path);
-
 // The configuration for the site in that folder, a full path. Relative names in it are below nginx's prefix. nginx
 // cannot be told of a name with "$", which is a failure.
 [[nodiscard]] bool nginx_configuration(const std::wstring& site, uint16_t port, std::string& text, Failure& failure);

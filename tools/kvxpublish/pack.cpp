@@ -11,6 +11,7 @@
 #include "tools/kvxpublish/content_pass.h"
 #include "tools/kvxpublish/earlier_releases.h"
 #include "tools/kvxpublish/game_folder.h"
+#include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/launcher_file.h"
 #include "tools/kvxpublish/manifest_text.h"
 #include "tools/kvxpublish/private_key_check.h"
@@ -30,11 +31,6 @@ constexpr uint64_t notes_limit_bytes = 1048576;
 // What an install needs beside its files: the launcher's own state, and up to a cluster more for each file.
 constexpr uint64_t state_room_bytes = 16777216;
 constexpr uint64_t cluster_bytes = 4096;
-
-bool lies_in(const std::wstring& path, const std::wstring& folder) {
-  const std::wstring prefix = folder.ends_with(L'\\') ? folder : folder + L'\\';
-  return equals_ignore_case(path, folder) || starts_with_ignore_case(path, prefix);
-}
 
 std::string with_slashes(std::string path) {
   std::ranges::replace(path, '\\', '/');
@@ -180,9 +176,11 @@ class Packing {
     return check_as_launcher(manifest_text(trial), request_.channel, failure_);
   }
 
-  // Only a release that looks the same from outside is worth reading once more.
+  // Only a release that looks the same from outside is worth reading once more. One without a signature is news when it
+  // gets one.
   bool check_for_news() {
-    if (!earlier_.previous || !looks_like(release_, *earlier_.previous)) return true;
+    if (!earlier_.previous || (!earlier_.previous_is_signed && !request_.key.empty())) return true;
+    if (!looks_like(release_, *earlier_.previous)) return true;
     if (!measure_files(release_.files, console_, failure_)) return false;
     settle_free_disk();
     return !has_same_content(release_, *earlier_.previous) ||

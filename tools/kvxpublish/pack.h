@@ -43,7 +43,8 @@ struct PackSummary {
   std::vector<std::string> notes;
 };
 
-// On failure the site is as it was. When the release before has the same content, the failure is `nothing_to_do`.
+// On failure the site is as it was. When the release before has the same content and, with a key, a signature, the
+// failure is `nothing_to_do`.
 [[nodiscard]] bool pack(const PackRequest& request, Console& console, PackSummary& summary, Failure& failure);
 
 // Options and run of the command.

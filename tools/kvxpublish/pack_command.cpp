@@ -1,4 +1,3 @@
-#include <charconv>
 #include <memory>
 
 #include "tools/kvxpublish/cli11.h"
@@ -58,8 +57,11 @@ void add_content_options(CLI::App& command, PackRequest& request) {
   command.add_flag("--trust-unsigned-previous", request.previous.trust_unsigned,
                    "Take the serial and removals of a folder's release before that nobody has signed");
   add_repeated(command, "--remove", request.remove, "One more file of older releases to delete")->type_name("P");
-  command.add_option("--serial", request.serial, "The release's number; by default one more than the release before")
-      ->type_name("N");
+  CLI::Option* serial =
+      command
+          .add_option("--serial", request.serial, "The release's number; by default one more than the release before")
+          ->type_name("N");
+  take_decimal(serial, 0, largest_launcher_number);
 }
 
 void add_signing_options(CLI::App& command, PackOptions& options) {
@@ -73,10 +75,12 @@ void add_signing_options(CLI::App& command, PackOptions& options) {
 bool read_min_free_disk(const std::string& text, std::optional<uint64_t>& bytes, Failure& failure) {
   if (text == "auto") return true;
   uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool read = read_decimal(text, 0, largest_launcher_number, number);
   bytes = number;
-  return (error == std::errc() && end == text.data() + text.size()) ||
-         fail(ExitCode::usage, "--min-free-disk: \"" + text + "\" is neither a number of bytes nor auto", failure);
+  return read || fail(ExitCode::usage,
+                      "--min-free-disk: \"" + text + "\" is neither a number of bytes from 0 to " +
+                          std::to_string(largest_launcher_number) + " nor auto",
+                      failure);
 }
 
 bool complete_request(PackOptions& options, Failure& failure) {
@@ -106,11 +110,11 @@ void report_pack(const PackOptions& options, const PackSummary& summary, Report&
   for (const std::string& note : summary.notes) report.note(note);
   if (options.is_unsigned) {
     report.note("the release is not signed yet, and launchers refuse it until it is");
-    report.next_step("kvxpublish sign \"" + options.site + "\" --channel " + request.channel + " --key PEM");
+    report.next_step("kvxpublish sign \"" + options.site + "\" --channel " + request.channel + " --key PEM" +
+                     public_keys_argument(request.public_keys));
   } else {
     report.add("key", summary.key_identifier);
-    note_unknown_key(summary.key_identifier, report);
-    report.next_step(verify_command(options.site, request.channel));
+    suggest_verify({options.site, request.channel, request.public_keys}, summary.key_identifier, report);
   }
 }
 

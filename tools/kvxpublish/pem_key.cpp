@@ -16,6 +16,8 @@ namespace {
 
 constexpr uint8_t tag_parameters = 0xA0;  // [0] of an ECPrivateKey
 constexpr uint8_t tag_public_key = 0xA1;  // [1]
+constexpr uint8_t even_point = 0x02;      // compressed, by its Y
+constexpr uint8_t odd_point = 0x03;
 constexpr uint8_t uncompressed_point = 0x04;
 constexpr size_t pem_line_characters = 64;
 
@@ -29,12 +31,18 @@ bool fail(const char* text, std::string& error) {
 
 bool same_bytes(Bytes a, Bytes b) { return std::ranges::equal(a, b); }
 
-// A bit string with an uncompressed point; it begins with its count of unused bits.
-bool read_point(DerReader& reader, PublicPoint& public_point) {
+// A bit string with an uncompressed point; it begins with its count of unused bits. `malformed` is the error for
+// anything else.
+bool read_point(DerReader& reader, PublicPoint& public_point, const char* malformed, std::string& error) {
   const auto point = reader.take(der_bit_string);
-  if (!point || point->size() != 2 + public_point.size() || (*point)[0] != 0 || (*point)[1] != uncompressed_point) {
-    return false;
+  if (!point || point->size() < 2 || (*point)[0] != 0) return fail(malformed, error);
+  if (point->size() == 2 + public_point.size() / 2 && ((*point)[1] == even_point || (*point)[1] == odd_point)) {
+    return fail(
+        "is in compressed form; let openssl write it in the usual one: \"openssl ec -in FILE -conv_form uncompressed "
+        "-out NEW\", for a public key with -pubin too",
+        error);
   }
+  if (point->size() != 2 + public_point.size() || (*point)[1] != uncompressed_point) return fail(malformed, error);
   std::ranges::copy(point->subspan(2), public_point.begin());
   return true;
 }
@@ -60,7 +68,7 @@ bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::stri
   const auto wrapped = fields.take(tag_public_key);
   if (!wrapped) return fail("holds no public point; let openssl write it again with \"openssl pkey\"", error);
   DerReader point_reader(*wrapped);
-  if (!read_point(point_reader, key.public_point)) return fail(malformed, error);
+  if (!read_point(point_reader, key.public_point, malformed, error)) return false;
   std::ranges::copy(*scalar, key.scalar.begin());
   return true;
 }
@@ -120,7 +128,7 @@ bool read_public_info(Bytes der, PublicPoint& point, std::string& error) {
   if (!kind || !same_bytes(*kind, oid_ec_public_key)) return fail("is not an elliptic-curve key", error);
   const auto curve = identifiers.take(der_object_identifier);
   if (!curve || !same_bytes(*curve, oid_prime256v1)) return fail("is not on the curve P-256 (prime256v1)", error);
-  return read_point(fields, point) || fail(malformed, error);
+  return read_point(fields, point, malformed, error);
 }
 
 std::string as_text(Bytes bytes) { return {bytes.begin(), bytes.end()}; }

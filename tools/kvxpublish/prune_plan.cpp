@@ -1,6 +1,7 @@
 #include "tools/kvxpublish/prune_plan.h"
 
 #include <algorithm>
+#include <ranges>
 #include <set>
 #include <unordered_set>
 
@@ -102,16 +103,45 @@ class Planner {
     }
     if (search == Search::failed || !list_history(site_, channel, serials, failure_)) return false;
     if (search == Search::found) keep_release(live);
-    for (size_t i = 0; i < serials.size(); ++i) {
+    std::vector<uint64_t> kept;
+    if (!choose_kept(channel, serials, live, kept)) return false;
+    for (const uint64_t serial : serials) {
       PublishedRelease release;
-      if (!read_history(*reader_, channel, serials[i], release, failure_)) return false;
+      if (!read_history(*reader_, channel, serial, release, failure_)) return false;
       const bool is_live = release.manifest_bytes == live.manifest_bytes;
       if (is_live) continue;  // counted already
-      if (serials.size() - i <= keep_) {
+      if (std::ranges::find(kept, serial) != kept.end()) {
         keep_release(release);
       } else {
-        drop_release(channel, serials[i], release);
+        drop_release(channel, serial, release);
       }
+    }
+    return drop_lone_signatures(channel, serials);
+  }
+
+  // The newest. A release without a signature that is not live either was never published as a whole.
+  bool choose_kept(const std::string& channel, const std::vector<uint64_t>& serials, const PublishedRelease& live,
+                   std::vector<uint64_t>& kept) {
+    std::vector<uint64_t> with_signature;
+    if (!list_history_signatures(site_, channel, with_signature, failure_)) return false;
+    for (const uint64_t serial : serials | std::views::reverse) {
+      const bool is_live = !live.manifest_bytes.empty() && serial == static_cast<uint64_t>(live.manifest.serial);
+      const bool counts = is_live || std::ranges::binary_search(with_signature, serial);
+      if (counts && kept.size() < keep_) kept.push_back(serial);
+    }
+    return true;
+  }
+
+  // A program that was ended early has left them.
+  bool drop_lone_signatures(const std::string& channel, const std::vector<uint64_t>& serials) {
+    std::vector<uint64_t> with_signature;
+    if (!list_history_signatures(site_, channel, with_signature, failure_)) return false;
+    for (const uint64_t serial : with_signature) {
+      uint64_t size = 0;
+      const std::string name = history_signature_name(channel, serial);
+      if (std::ranges::binary_search(serials, serial)) continue;
+      if (reader_->find_size(name, size, failure_) == Search::failed) return false;
+      plan_.history.push_back({name, size});
     }
     return true;
   }
@@ -160,7 +190,7 @@ class Planner {
       if (!entry.name.ends_with(temporary_ending)) continue;
       const std::string name = folder + to_utf8(entry.name);
       if (entry.is_folder) {
-        if (entry.name.starts_with(waiting_folder_start) && !judge_waiting_folder(name, is_old(entry))) return false;
+        if (entry.name.starts_with(waiting_folder_start) && !add_waiting_folder(name)) return false;
       } else if (is_old(entry)) {
         plan_.temporaries.push_back({name, entry.size});
       }
@@ -168,17 +198,10 @@ class Planner {
     return true;
   }
 
-  // Content that waits to be published.
-  bool judge_waiting_folder(const std::string& folder, bool old) {
+  // Content that waits to be published: nobody's, once the site's lock is held.
+  bool add_waiting_folder(const std::string& folder) {
     std::vector<FolderEntry> entries;
     if (!list_entries(join_path(site_, native(folder)), entries, failure_)) return false;
-    if (!old || !std::ranges::all_of(entries, [this](const FolderEntry& entry) { return is_old(entry); })) {
-      return fail(ExitCode::failed,
-                  reader_->name_of(folder) +
-                      ": another kvxpublish may be at work on the site; wait for its end, or delete this folder if "
-                      "there is none",
-                  failure_);
-    }
     for (const FolderEntry& entry : entries) {
       plan_.temporaries.push_back({folder + '/' + to_utf8(entry.name), entry.size});
     }

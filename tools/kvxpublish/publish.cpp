@@ -49,8 +49,16 @@ class Publishing {
   bool fail_with(ExitCode code, std::string text) { return fail(code, std::move(text), failure_); }
 
   bool check_request() {
-    if (equals_ignore_case(given_path(request_.site), target_)) {
+    const std::wstring site = given_path(request_.site);
+    if (equals_ignore_case(site, target_)) {
       return fail_with(ExitCode::usage, to_utf8(target_) + ": is the site itself; name the folder to publish to");
+    }
+    if (lies_in(target_, site)) {
+      return fail_with(ExitCode::usage, to_utf8(target_) + ": lies in the site itself; name a folder outside of it");
+    }
+    if (lies_in(site, target_)) {
+      return fail_with(ExitCode::usage,
+                       to_utf8(site) + ": the site lies in the folder to publish to; name another folder with --to");
     }
     return check_channel(request_.channel, failure_);
   }
@@ -172,15 +180,23 @@ class Publishing {
                                [&](const std::wstring& path) { return aside.emplace_back().take(path, failure_); });
   }
 
+  // What was there before is checked by its size alone; what was copied is read back.
   bool check_result() {
     const auto target = open_folder_site(request_.to);
     PublishedRelease published;
     NamedKey signer{};
-    Problems problems;
     return read_trusted_release(*target, request_.channel, request_.keys, published, signer, failure_) &&
-           check_content(request_.to, content_of(published.manifest), ContentDepth::sizes, console_, problems,
-                         failure_) &&
-           problems.settle(request_.to, failure_);
+           check_published(content_of(published.manifest), ContentDepth::sizes) &&
+           check_published(missing_, ContentDepth::digests);
+  }
+
+  bool check_published(const std::vector<Content>& content, ContentDepth depth) {
+    Problems problems;
+    if (check_content(request_.to, content, depth, console_, problems, failure_)) {
+      return problems.settle(request_.to, failure_);
+    }
+    if (console_.interrupted()) failure_.text = "stopped; the release is published, but was not checked to the end";
+    return false;
   }
 
   const PublishRequest& request_;
@@ -211,7 +227,6 @@ void report_publish(const PublishRequest& request, const PublishSummary& summary
   report.add("copied_files", summary.copied_count);
   report.add("copied_bytes", summary.copied_bytes);
   report.add("present_files", summary.present_count);
-  report.next_step("kvxpublish verify URL --channel " + request.channel + ", with the URL that players use");
 }
 
 bool run_publish(PublishOptions& options, const CommandContext& context, Failure& failure) {
@@ -221,6 +236,8 @@ bool run_publish(PublishOptions& options, const CommandContext& context, Failure
     return false;
   }
   report_publish(options.request, summary, context.report);
+  context.report.next_step("kvxpublish verify URL --channel " + options.request.channel +
+                           public_keys_argument(options.public_keys) + " --full, with the URL that players use");
   return true;
 }
 

@@ -12,10 +12,22 @@
 namespace kvx::publish {
 namespace {
 
-// "12.json" is serial 12; "012.json" and "x.json" are none.
-bool read_serial(const std::string& name, uint64_t& serial) {
+// With ".json", "12.json" is serial 12; "012.json" and "x.json" are none.
+bool read_serial(const std::string& name, const char* ending, uint64_t& serial) {
   const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), serial);
-  return error == std::errc() && std::to_string(serial) + ".json" == name;
+  return error == std::errc() && std::to_string(serial) + ending == name;
+}
+
+bool list_serials(const std::wstring& folder, const char* ending, std::vector<uint64_t>& serials, Failure& failure) {
+  serials.clear();
+  std::vector<FolderEntry> entries;
+  if (!list_entries(folder, entries, failure)) return false;
+  for (const FolderEntry& entry : entries) {
+    uint64_t serial = 0;
+    if (!entry.is_folder && read_serial(to_utf8(entry.name), ending, serial)) serials.push_back(serial);
+  }
+  std::ranges::sort(serials);
+  return true;
 }
 
 std::string history_stem(const std::string& channel, uint64_t serial) {
@@ -26,15 +38,12 @@ std::string history_stem(const std::string& channel, uint64_t serial) {
 
 bool list_history(const std::wstring& site, const std::string& channel, std::vector<uint64_t>& serials,
                   Failure& failure) {
-  serials.clear();
-  std::vector<FolderEntry> entries;
-  if (!list_entries(site_paths(site, channel).history, entries, failure)) return false;
-  for (const FolderEntry& entry : entries) {
-    uint64_t serial = 0;
-    if (!entry.is_folder && read_serial(to_utf8(entry.name), serial)) serials.push_back(serial);
-  }
-  std::ranges::sort(serials);
-  return true;
+  return list_serials(site_paths(site, channel).history, ".json", serials, failure);
+}
+
+bool list_history_signatures(const std::wstring& site, const std::string& channel, std::vector<uint64_t>& serials,
+                             Failure& failure) {
+  return list_serials(site_paths(site, channel).history, ".sig", serials, failure);
 }
 
 bool read_history(SiteReader& site, const std::string& channel, uint64_t serial, PublishedRelease& release,

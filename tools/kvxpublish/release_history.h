@@ -15,7 +15,11 @@ namespace kvx::publish {
 [[nodiscard]] bool list_history(const std::wstring& site, const std::string& channel, std::vector<uint64_t>& serials,
                                 Failure& failure);
 
-// One of them, validated with the launcher's own rules; its signature, if it has one, is not checked.
+// The serials that have a signature there, with or without the release.
+[[nodiscard]] bool list_history_signatures(const std::wstring& site, const std::string& channel,
+                                           std::vector<uint64_t>& serials, Failure& failure);
+
+// One release of the history, validated with the launcher's own rules; its signature, if it has one, is not checked.
 [[nodiscard]] bool read_history(SiteReader& site, const std::string& channel, uint64_t serial,
                                 PublishedRelease& release, Failure& failure);
 

@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <string_view>
 
 #include "foundations/text.h"
 
@@ -11,6 +13,10 @@ namespace kvx::publish {
 namespace {
 
 using Names = std::map<std::wstring, std::string>;  // what makes two names the same, and the name as it is written
+
+constexpr std::array<std::wstring_view, 7> device_names = {L"CON",    L"PRN",     L"AUX",   L"NUL",
+                                                           L"CONIN$", L"CONOUT$", L"CLOCK$"};
+constexpr std::wstring_view port_digits = L"0123456789\u00B9\u00B2\u00B3";  // after COM and LPT
 
 bool refuse(std::string text, Failure& failure) { return fail(ExitCode::refused, std::move(text), failure); }
 
@@ -41,14 +47,32 @@ Names folders_of(const std::vector<std::string>& paths) {
   return folders;
 }
 
-bool check_lengths(const std::string& path, Failure& failure) {
+// Windows takes the name before the first dot, and counts neither the blanks after it nor what kind of digit it ends
+// in.
+bool is_device(const std::string& name) {
+  std::wstring stem = to_wide(name.substr(0, name.find('.')));
+  stem.erase(stem.find_last_not_of(L' ') + 1);
+  stem = to_upper(stem);
+  if (std::ranges::find(device_names, stem) != device_names.end()) return true;
+  const bool is_port = stem.starts_with(L"COM") || stem.starts_with(L"LPT");
+  return is_port && stem.size() == 4 && port_digits.find(stem[3]) != std::wstring_view::npos;
+}
+
+bool check_name(const std::string& path, const std::string& name, Failure& failure) {
+  if (to_wide(name).size() > longest_name) {
+    return refuse(quoted(path) + ": a name in this path has more than " + std::to_string(longest_name) +
+                      " characters; shorten it",
+                  failure);
+  }
+  return !is_device(name) ||
+         refuse(quoted(path) + ": Windows takes " + quoted(name) + " for a device and not for a file; rename it",
+                failure);
+}
+
+bool check_each_name(const std::string& path, Failure& failure) {
   for (size_t start = 0; start <= path.size();) {
     const size_t end = std::min(path.find('/', start), path.size());
-    if (to_wide(path.substr(start, end - start)).size() > longest_name) {
-      return refuse(quoted(path) + ": a name in this path has more than " + std::to_string(longest_name) +
-                        " characters; shorten it",
-                    failure);
-    }
+    if (!check_name(path, path.substr(start, end - start), failure)) return false;
     start = end + 1;
   }
   return true;
@@ -85,7 +109,7 @@ bool check_copy_name(const std::string& path, const std::wstring& key, const Nam
 bool check_release_names(const std::vector<std::string>& paths, Failure& failure) {
   Names files;
   for (const std::string& path : paths) {
-    if (!check_lengths(path, failure) || !add_name(path, files, failure)) return false;
+    if (!check_each_name(path, failure) || !add_name(path, files, failure)) return false;
   }
   const Names folders = folders_of(paths);
   for (const auto& [key, path] : files) {

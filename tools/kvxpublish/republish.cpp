@@ -101,6 +101,9 @@ bool Republishing::read_live(SiteReader& site, Failure& failure) {
   live_bytes_ = live.manifest_bytes;
   live_launcher_ = live.manifest.launcher;
   live_is_signed_ = !live.signature.empty();
+  NamedKey signer{};
+  Failure untrusted;
+  live_is_trusted_ = find_signer(live, site.name_of(signature_name(channel_)), keys_, signer, untrusted);
   const bool is_in_history = std::ranges::any_of(
       shipped_, [&](const PublishedRelease& release) { return release.manifest_bytes == live.manifest_bytes; });
   if (!is_in_history) shipped_.push_back(std::move(live));
@@ -147,11 +150,17 @@ bool Republishing::check_signature_stays(Failure& failure) const {
               failure);
 }
 
+// A program that was ended between manifest and signature leaves a release that launchers refuse.
+bool Republishing::offers_already(const std::string& manifest) const {
+  const bool is_whole = live_is_trusted_ || (options_.is_unsigned && !live_is_signed_);
+  return is_whole && !live_bytes_.empty() && same_but_for_serial(manifest, live_bytes_);
+}
+
 bool Republishing::publish(const PublishedRelease& base, Failure& failure) {
   ReleaseIdentity identity;
   if (!settle_identity(base.manifest, identity, failure)) return false;
   const std::string manifest = with_identity(base.manifest_bytes, identity);
-  if (!live_bytes_.empty() && same_but_for_serial(manifest, live_bytes_)) {
+  if (offers_already(manifest)) {
     return fail(ExitCode::nothing_to_do,
                 to_utf8(site_paths(given_path(site_), channel_).manifest) + ": has the same content already", failure);
   }
@@ -192,8 +201,7 @@ bool Republishing::write(const std::string& manifest, const Manifest& read, Fail
     return true;
   }
   report.add("key", key_identifier);
-  note_unknown_key(key_identifier, report);
-  report.next_step(verify_command(site_, channel_));
+  suggest_verify({site_, channel_, options_.public_keys}, key_identifier, report);
   return true;
 }
 

@@ -41,13 +41,14 @@ class Republishing {
   [[nodiscard]] const std::vector<PublishedRelease>& shipped() const { return shipped_; }
 
   // Publishes the content of `base`, a release of any channel of the site, and reports it. When that is what the
-  // channel offers already, the failure is `nothing_to_do`. On failure the site is as it was.
+  // channel offers already and launchers take it, the failure is `nothing_to_do`. On failure the site is as it was.
   [[nodiscard]] bool publish(const PublishedRelease& base, Failure& failure);
 
  private:
   [[nodiscard]] bool load_keys(Failure& failure);
   [[nodiscard]] bool read_live(SiteReader& site, Failure& failure);
   [[nodiscard]] bool goes_on_without_live(Failure& failure);
+  [[nodiscard]] bool offers_already(const std::string& manifest) const;
   [[nodiscard]] bool check_signature_stays(Failure& failure) const;
   [[nodiscard]] bool settle_identity(const Manifest& base, struct ReleaseIdentity& identity, Failure& failure) const;
   [[nodiscard]] bool check_content_of(const Manifest& base, Failure& failure) const;
@@ -64,6 +65,7 @@ class Republishing {
   std::vector<PublishedRelease> shipped_;
   std::string live_bytes_;  // empty when the channel has no release
   bool live_is_signed_ = false;
+  bool live_is_trusted_ = false;  // launchers take its signature
   LauncherEntry live_launcher_;
 };
 

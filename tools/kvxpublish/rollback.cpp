@@ -1,5 +1,6 @@
 #include "tools/kvxpublish/rollback.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "tools/kvxpublish/cli11.h"
@@ -34,10 +35,22 @@ std::string list_of(const std::vector<PublishedRelease>& shipped) {
 // What a person may mean by a number or a version.
 struct Candidates {
   const PublishedRelease* by_serial = nullptr;
-  const PublishedRelease* by_version = nullptr;  // the newest of that version
-  std::string serials_of_version;
-  size_t version_count = 0;
+  std::vector<const PublishedRelease*> of_version;  // ascending by serial
+
+  [[nodiscard]] const PublishedRelease* by_version() const { return of_version.empty() ? nullptr : of_version.back(); }
 };
+
+std::string serials_of(const std::vector<const PublishedRelease*>& releases) {
+  std::string serials;
+  for (const PublishedRelease* release : releases) serials += (serials.empty() ? "" : ", ") + serial_text(*release);
+  return serials;
+}
+
+// One without a signature was never published as a whole, and counts only when the version has no other.
+void prefer_signed(std::vector<const PublishedRelease*>& releases) {
+  const auto is_unsigned = [](const PublishedRelease* release) { return release->signature.empty(); };
+  if (!std::ranges::all_of(releases, is_unsigned)) std::erase_if(releases, is_unsigned);
+}
 
 Candidates find_candidates(const std::vector<PublishedRelease>& shipped, const std::string& wanted) {
   const bool serial_only = wanted.starts_with(serial_prefix);
@@ -46,23 +59,23 @@ Candidates find_candidates(const std::vector<PublishedRelease>& shipped, const s
   Candidates found;
   for (const PublishedRelease& release : shipped) {
     if (!version_only && serial_text(release) == name) found.by_serial = &release;
-    if (serial_only || release.manifest.version != name) continue;
-    found.by_version = &release;
-    found.serials_of_version += (found.version_count++ == 0 ? "" : ", ") + serial_text(release);
+    if (!serial_only && release.manifest.version == name) found.of_version.push_back(&release);
   }
+  prefer_signed(found.of_version);
   return found;
 }
 
 bool find_base(const RollbackOptions& options, const std::vector<PublishedRelease>& shipped,
                const PublishedRelease*& base, Report& report, Failure& failure) {
   const Candidates found = find_candidates(shipped, options.to);
-  if (found.by_serial != nullptr && found.by_version != nullptr && found.by_serial != found.by_version) {
+  const PublishedRelease* const by_version = found.by_version();
+  if (found.by_serial != nullptr && by_version != nullptr && found.by_serial != by_version) {
     return fail(ExitCode::usage,
-                "--to " + options.to + " is a serial, and the version of serial " + serial_text(*found.by_version) +
+                "--to " + options.to + " is a serial, and the version of serial " + serial_text(*by_version) +
                     "; write --to serial:" + options.to + " or --to version:" + options.to,
                 failure);
   }
-  base = found.by_serial != nullptr ? found.by_serial : found.by_version;
+  base = found.by_serial != nullptr ? found.by_serial : by_version;
   if (base == nullptr) {
     const std::string list = shipped.empty() ? "it has none" : "it has " + list_of(shipped);
     return fail(
@@ -70,8 +83,8 @@ bool find_base(const RollbackOptions& options, const std::vector<PublishedReleas
         options.site + ": there is no release " + options.to + " of channel \"" + options.channel + "\"; " + list,
         failure);
   }
-  if (found.by_serial == nullptr && found.version_count > 1) {
-    report.note("version " + base->manifest.version + " was published as serials " + found.serials_of_version +
+  if (found.by_serial == nullptr && found.of_version.size() > 1) {
+    report.note("version " + base->manifest.version + " was published as serials " + serials_of(found.of_version) +
                 "; the newest of them was taken");
   }
   return true;

@@ -9,6 +9,7 @@
 #include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/local_server.h"
+#include "tools/kvxpublish/machine_path.h"
 
 namespace kvx::publish {
 namespace {
@@ -82,7 +83,7 @@ bool run_server(const ServeOptions& options, const Server& server, Console& cons
                    join_path(server.folder, L"error.log"), failure)) {
     return false;
   }
-  console.write_message("serving " + to_utf8(server.site) + " at " + local_url(options.port) +
+  console.write_message("serving " + machine_path(server.site) + " at " + local_url(options.port) +
                         "; Ctrl+C ends it. Trust its authority for this user, if you have not yet:\n  certutil -user "
                         "-addstore Root \"" +
                         authority_path(server) + "\"\n");
@@ -99,8 +100,8 @@ bool run_server(const ServeOptions& options, const Server& server, Console& cons
 
 void report_server(const ServeOptions& options, const Server& server, bool started, Report& report) {
   report.add("url", local_url(options.port));
-  report.add("folder", machine_path(server.folder));
-  report.add("configuration", machine_path(join_path(server.folder, server_configuration_name)));
+  report.add("folder", to_utf8(server.folder));
+  report.add("configuration", to_utf8(join_path(server.folder, server_configuration_name)));
   report.add("authority", authority_path(server));
   report.add("started", started);
 }
@@ -138,10 +139,9 @@ bool run_serve(const ServeOptions& options, bool as_json, const CommandContext& 
 RunCommand define_serve(CLI::App& command) {
   const auto options = std::make_shared<ServeOptions>();
   add_site_folder(command, options->site);
-  command.add_option("--port", options->port, "The port of 127.0.0.1")
-      ->check(CLI::Range(1, 65535).description(""))
-      ->type_name("N")
-      ->capture_default_str();
+  CLI::Option* port =
+      command.add_option("--port", options->port, "The port of 127.0.0.1")->type_name("N")->capture_default_str();
+  take_decimal(port, 1, 65535);
   add_path_option(command, "--folder", options->folder,
                   "The server's own folder, for its configuration, certificates and logs; by default SITE-server")
       ->type_name("DIR");

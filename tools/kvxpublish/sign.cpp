@@ -17,6 +17,7 @@
 #include "tools/kvxpublish/public_keys.h"
 #include "tools/kvxpublish/site.h"
 #include "tools/kvxpublish/site_lock.h"
+#include "tools/kvxpublish/trust.h"
 
 namespace kvx::publish {
 namespace {
@@ -27,17 +28,28 @@ struct SignOptions {
   std::string site;
   std::string channel;
   std::string key;
+  std::string public_keys;
 };
 
 void append(std::span<const uint8_t> bytes, std::string& out) { out.append(bytes.begin(), bytes.end()); }
 
+// Whether the public keys that count have it. A file that cannot be read has been refused before.
+bool is_known(const std::string& key_identifier, const std::string& public_keys) {
+  std::vector<NamedKey> keys;
+  Failure ignored;
+  return !load_trusted_keys(public_keys, keys, ignored) ||
+         std::ranges::any_of(keys, [&](const NamedKey& key) { return identifier_text(key.key) == key_identifier; });
+}
+
 bool run_sign(const SignOptions& options, const CommandContext& context, Failure& failure) {
   PrivateKey key;
+  std::vector<NamedKey> known_keys;
   PublishedRelease release;
   std::string signature_file;
   std::string key_identifier;
   SiteLock lock;
-  if (!load_key(given_path(options.key), key, failure) || !lock.acquire(given_path(options.site), failure) ||
+  if (!load_trusted_keys(options.public_keys, known_keys, failure) ||
+      !load_key(given_path(options.key), key, failure) || !lock.acquire(given_path(options.site), failure) ||
       !read_release_to_sign(options.site, options.channel, release, failure) ||
       !sign_manifest(release.manifest_bytes, key, signature_file, key_identifier, failure) ||
       !place_signature(options.site, release, signature_file, failure)) {
@@ -46,8 +58,7 @@ bool run_sign(const SignOptions& options, const CommandContext& context, Failure
   context.report.add("channel", options.channel);
   context.report.add("serial", static_cast<uint64_t>(release.manifest.serial));
   context.report.add("key", key_identifier);
-  note_unknown_key(key_identifier, context.report);
-  context.report.next_step(verify_command(options.site, options.channel));
+  suggest_verify({options.site, options.channel, options.public_keys}, key_identifier, context.report);
   return true;
 }
 
@@ -120,15 +131,15 @@ bool place_signature(const std::string& site_folder, const PublishedRelease& rel
                                                    release.manifest_bytes, signature_file, failure);
 }
 
-void note_unknown_key(const std::string& key_identifier, Report& report) {
-  const auto is_it = [&](const PublicKey& key) { return identifier_text(key) == key_identifier; };
-  if (std::ranges::any_of(built_in_keys(), is_it)) return;
-  report.note("the launcher of this build does not know key " + key_identifier +
-              "; only launchers built with it take the release");
-}
-
-std::string verify_command(const std::string& site, const std::string& channel) {
-  return "kvxpublish verify \"" + site + "\" --channel " + channel;
+void suggest_verify(const NextLook& look, const std::string& key_identifier, Report& report) {
+  const bool known = is_known(key_identifier, look.public_keys);
+  if (!known) {
+    const std::string who =
+        look.public_keys.empty() ? "the launcher of this build" : "a launcher with the keys in " + look.public_keys;
+    report.note(who + " does not know key " + key_identifier + "; only launchers built with it take the release");
+  }
+  report.next_step("kvxpublish verify \"" + look.site + "\" --channel " + look.channel +
+                   (known ? public_keys_argument(look.public_keys) : " --public-keys FILE"));
 }
 
 RunCommand define_sign(CLI::App& command) {
@@ -138,6 +149,9 @@ RunCommand define_sign(CLI::App& command) {
       ->required()
       ->type_name("PEM");
   add_channel_option(command, options->channel);
+  add_path_option(command, "--public-keys", options->public_keys,
+                  "The public keys that launchers know, a file as builds take it; by default the keys of this build")
+      ->type_name("FILE");
   command.footer("Example:\n  kvxpublish sign site --key primary.pem");
   return [options](const CommandContext& context, Failure& failure) { return run_sign(*options, context, failure); };
 }

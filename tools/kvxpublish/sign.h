@@ -34,11 +34,15 @@ namespace kvx::publish {
 [[nodiscard]] bool place_signature(const std::string& site_folder, const PublishedRelease& release,
                                    const std::string& signature_file, Failure& failure);
 
-// Tells the person when launchers of this build do not know the key.
-void note_unknown_key(const std::string& key_identifier, Report& report);
+// What the next step of a command needs to look at a release as launchers do.
+struct NextLook {
+  std::string site;
+  std::string channel;
+  std::string public_keys;  // the command's own --public-keys, empty for none
+};
 
-// The command that looks at a site with the launcher's eyes.
-[[nodiscard]] std::string verify_command(const std::string& site, const std::string& channel);
+// After a release was signed: tells the person when launchers do not know the key, and names `verify` as the next step.
+void suggest_verify(const NextLook& look, const std::string& key_identifier, Report& report);
 
 // `kvxpublish sign`.
 [[nodiscard]] RunCommand define_sign(CLI::App& command);

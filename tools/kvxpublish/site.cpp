@@ -12,6 +12,7 @@
 #include "foundations/text.h"
 #include "manifest/file_digest.h"
 #include "tools/kvxpublish/folder_listing.h"
+#include "tools/kvxpublish/made_folders.h"
 #include "tools/kvxpublish/manifest_text.h"
 #include "tools/kvxpublish/parallel.h"
 
@@ -98,18 +99,7 @@ SiteWriter::~SiteWriter() {
     for (const std::string& sha256 : moved_in_) drop_file(content_path(sha256));
   }
   if (!waiting_.empty()) RemoveDirectoryW(long_path(waiting_).c_str());
-  if (published_) return;
-  for (const std::wstring& folder : made_folders_) RemoveDirectoryW(long_path(folder).c_str());
-}
-
-bool SiteWriter::make_folder(const std::wstring& folder, Failure& failure) {
-  std::vector<std::wstring> missing;
-  for (std::wstring path = folder; !path.empty() && !is_folder(path); path = parent_path(path)) missing.push_back(path);
-  uint32_t error = 0;
-  const bool made = create_folders(folder, error);
-  std::erase_if(missing, [](const std::wstring& path) { return !is_folder(path); });
-  made_folders_.insert(made_folders_.begin(), missing.begin(), missing.end());
-  return made || fail(ExitCode::failed, named(folder, "the folder cannot be made: " + error_text(error)), failure);
+  if (!published_) remove_empty_folders(made_folders_);
 }
 
 // A name that no earlier program has left behind.
@@ -140,8 +130,8 @@ bool SiteWriter::list_content(Failure& failure) {
 
 bool SiteWriter::prepare(Failure& failure) {
   if (is_file(paths_.files)) return fail(ExitCode::failed, named(paths_.files, "is a file, not a folder"), failure);
-  return make_folder(paths_.channel_folder, failure) && make_folder(paths_.history, failure) &&
-         make_waiting_folder(failure) && list_content(failure);
+  return make_folders(paths_.channel_folder, made_folders_, failure) &&
+         make_folders(paths_.history, made_folders_, failure) && make_waiting_folder(failure) && list_content(failure);
 }
 
 std::wstring SiteWriter::waiting_path(const std::string& sha256) const { return join_path(waiting_, to_wide(sha256)); }
@@ -265,8 +255,9 @@ bool SiteWriter::publish(uint64_t serial, const std::string& manifest, const std
   std::optional<std::string> signature;
   if (!signature_file.empty()) signature = signature_file;
   if (!move_content_in(failure)) return false;
-  FileChange changes[] = {{kept, manifest, {}},
-                          {history_signature(paths_, serial), signature, {}},
+  // A program that is ended in between leaves no release in the history without its signature.
+  FileChange changes[] = {{history_signature(paths_, serial), signature, {}},
+                          {kept, manifest, {}},
                           {paths_.manifest, manifest, {}},
                           {paths_.signature, signature, {}}};
   published_ = apply(changes, failure);

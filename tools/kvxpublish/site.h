@@ -80,7 +80,6 @@ class SiteWriter {
   [[nodiscard]] uint64_t added_bytes() const { return added_bytes_; }
 
  private:
-  [[nodiscard]] bool make_folder(const std::wstring& folder, Failure& failure);
   [[nodiscard]] bool make_waiting_folder(Failure& failure);
   [[nodiscard]] bool list_content(Failure& failure);
   [[nodiscard]] std::wstring waiting_path(const std::string& sha256) const;

@@ -2,9 +2,9 @@
 
 #include "foundations/clock.h"
 #include "foundations/error_text.h"
-#include "foundations/files.h"
 #include "foundations/paths.h"
 #include "foundations/text.h"
+#include "tools/kvxpublish/made_folders.h"
 
 namespace kvx::publish {
 namespace {
@@ -21,20 +21,11 @@ bool may_be_held(uint32_t error) {
 
 SiteLock::~SiteLock() {
   file_.reset();
-  for (const std::wstring& folder : made_folders_) RemoveDirectoryW(long_path(folder).c_str());  // only empty ones
-}
-
-bool SiteLock::make_folder(const std::wstring& site, Failure& failure) {
-  for (std::wstring path = site; !path.empty() && !is_folder(path); path = parent_path(path)) {
-    made_folders_.push_back(path);
-  }
-  uint32_t error = 0;
-  return create_folders(site, error) ||
-         fail(ExitCode::failed, to_utf8(site) + ": the folder cannot be made: " + error_text(error), failure);
+  remove_empty_folders(made_folders_);
 }
 
 bool SiteLock::acquire(const std::wstring& site, Failure& failure) {
-  if (!make_folder(site, failure)) return false;
+  if (!make_folders(site, made_folders_, failure)) return false;
   const std::wstring path = join_path(site, L"kvxpublish.lock");
   for (int attempt = 1;; ++attempt) {
     file_.reset(CreateFileW(long_path(path).c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,

@@ -1,5 +1,6 @@
 // Lets one command at a time change a site. The lock is the open file kvxpublish.lock in the site's folder, which goes
-// with the handle or the process. Commands that only read need none.
+// with the handle or the process. Commands that only read need none. Under Wine only the programs of one user and one
+// prefix see it.
 #pragma once
 
 #include <string>
@@ -22,8 +23,6 @@ class SiteLock {
   [[nodiscard]] bool acquire(const std::wstring& site, Failure& failure);
 
  private:
-  [[nodiscard]] bool make_folder(const std::wstring& site, Failure& failure);
-
   FileHandle file_;
   std::vector<std::wstring> made_folders_;  // innermost first
 };

@@ -97,17 +97,6 @@ size_t SystemConsole::columns() const {
   return columns > 0 ? static_cast<size_t>(columns) : customary_columns;
 }
 
-bool SystemConsole::read_answer(std::string& answer) {
-  DWORD mode = 0;
-  if (!is_terminal_ || !terminal_mode(STD_INPUT_HANDLE, mode)) return false;
-  answer.clear();
-  for (int character = std::getchar(); character != '\n'; character = std::getchar()) {
-    if (character == EOF) return false;
-    if (character != '\r') answer += static_cast<char>(character);
-  }
-  return true;
-}
-
 bool SystemConsole::interrupted() const { return stop_asked.load(); }
 
 }  // namespace kvx::publish

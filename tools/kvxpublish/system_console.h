@@ -19,7 +19,6 @@ class SystemConsole : public Console {
   [[nodiscard]] bool is_terminal() const override { return is_terminal_; }
   [[nodiscard]] bool has_colours() const override { return has_colours_; }
   [[nodiscard]] size_t columns() const override;
-  [[nodiscard]] bool read_answer(std::string& answer) override;
   [[nodiscard]] bool interrupted() const override;
 
  private:

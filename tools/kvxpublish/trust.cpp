@@ -14,6 +14,13 @@ namespace {
 
 constexpr uint32_t second_look_pause_ms = 1000;
 
+// Some servers answer with a page of their own, and as if all were well, where a file is missing. A manifest is an
+// object.
+bool is_no_manifest(const std::string& bytes) {
+  const size_t first = bytes.find_first_not_of(" \t\r\n");
+  return first == std::string::npos || bytes[first] != '{';
+}
+
 // Bytes and signature alone.
 Search fetch_trusted(SiteReader& site, const std::string& channel, const std::vector<NamedKey>& keys,
                      PublishedRelease& release, NamedKey& signer, Failure& failure) {
@@ -33,6 +40,10 @@ void add_public_keys_option(CLI::App& command, std::string& value) {
   add_path_option(command, "--public-keys", value,
                   "The public keys that count, a file as builds take it; by default the keys of this build")
       ->type_name("FILE");
+}
+
+std::string public_keys_argument(const std::string& option) {
+  return option.empty() ? option : " --public-keys \"" + option + '"';
 }
 
 bool load_trusted_keys(const std::string& option, std::vector<NamedKey>& keys, Failure& failure) {
@@ -67,16 +78,22 @@ bool find_signer(const PublishedRelease& release, const std::string& signature_n
 
 Search find_trusted_release(SiteReader& site, const std::string& channel, const std::vector<NamedKey>& keys,
                             PublishedRelease& release, NamedKey& signer, Failure& failure) {
-  const std::string name = manifest_name(channel);
+  const std::string name_there = site.name_of(manifest_name(channel));
   Search search = fetch_trusted(site, channel, keys, release, signer, failure);
-  if (search == Search::failed && failure.code == ExitCode::key && is_url(site.name_of(name))) {
+  if (search == Search::failed && failure.code == ExitCode::key && is_url(name_there)) {
     sleep_ms(second_look_pause_ms);
     search = fetch_trusted(site, channel, keys, release, signer, failure);
+    if (search == Search::failed && failure.code == ExitCode::key && is_no_manifest(release.manifest_bytes)) {
+      static_cast<void>(fail(ExitCode::refused,
+                             name_there + ": is no JSON; the server answers with some page of its own, so check the "
+                                          "URL, and that the site was uploaded there",
+                             failure));
+    }
   }
   if (search != Search::found || check_as_launcher(release.manifest_bytes, channel, release.manifest, failure)) {
     return search;
   }
-  failure.text = site.name_of(name) + ": " + failure.text;
+  failure.text = name_there + ": " + failure.text;
   return Search::failed;
 }
 

@@ -13,6 +13,9 @@ namespace kvx::publish {
 // --public-keys, for commands that check signatures.
 void add_public_keys_option(CLI::App& command, std::string& value);
 
+// The same option for the next step, with a blank before it; nothing when it was not given.
+[[nodiscard]] std::string public_keys_argument(const std::string& option);
+
 // The keys in the file that the option names, or those of this build when it is empty.
 [[nodiscard]] bool load_trusted_keys(const std::string& option, std::vector<NamedKey>& keys, Failure& failure);
 

@@ -19,31 +19,34 @@ struct VerifyOptions {
 };
 
 // What stands in the headers may explain what is wrong with the signature, so it is looked at first.
-bool check_documents(const SiteReader& site, const std::string& channel, Problems& problems, Failure& failure) {
+bool check_documents(const SiteReader& site, const std::string& channel, Problems& problems,
+                     std::vector<std::string>& notes, Failure& failure) {
   HttpCheck http(problems);
   if (!http.open(failure)) return false;
-  http.check_document(site.name_of(manifest_name(channel)));
-  http.check_document(site.name_of(signature_name(channel)));
+  http.check_document(site.name_of(manifest_name(channel)), notes);
+  http.check_document(site.name_of(signature_name(channel)), notes);
   return true;
 }
 
-bool check_site(const VerifyOptions& options, Console& console, PublishedRelease& release, NamedKey& signer,
-                Failure& failure) {
+bool check_site(const VerifyOptions& options, const CommandContext& context, PublishedRelease& release,
+                NamedKey& signer, Failure& failure) {
   std::vector<NamedKey> keys;
   std::unique_ptr<SiteReader> site;
   Problems problems;
+  std::vector<std::string> notes;
   if (!load_trusted_keys(options.public_keys, keys, failure) || !open_site(options.site, site, failure)) return false;
   if (!read_trusted_release(*site, options.channel, keys, release, signer, failure)) {
     problems.add(failure);
     if (is_url(options.site) && failure.code != ExitCode::failed &&
-        !check_documents(*site, options.channel, problems, failure)) {
+        !check_documents(*site, options.channel, problems, notes, failure)) {
       return false;
     }
     return problems.settle(options.site, failure);
   }
-  if (is_url(options.site) && !check_documents(*site, options.channel, problems, failure)) return false;
+  if (is_url(options.site) && !check_documents(*site, options.channel, problems, notes, failure)) return false;
+  for (const std::string& note : notes) context.report.note(note);
   const ContentDepth depth = options.full ? ContentDepth::digests : ContentDepth::sizes;
-  return check_content(options.site, content_of(release.manifest), depth, console, problems, failure) &&
+  return check_content(options.site, content_of(release.manifest), depth, context.console, problems, failure) &&
          problems.settle(options.site, failure);
 }
 
@@ -64,13 +67,14 @@ void report_release(const VerifyOptions& options, const PublishedRelease& releas
   if (manifest.launcher.present) report.add("launcher", manifest.launcher.version);
   report.add("checked", std::string(options.full ? "digests" : "sizes"));
   if (is_url(options.site)) return;
-  report.next_step("kvxpublish publish \"" + options.site + "\" --channel " + options.channel + " --to WEB_ROOT");
+  report.next_step("kvxpublish publish \"" + options.site + "\" --channel " + options.channel + " --to WEB_ROOT" +
+                   public_keys_argument(options.public_keys));
 }
 
 bool run_verify(const VerifyOptions& options, const CommandContext& context, Failure& failure) {
   PublishedRelease release;
   NamedKey signer{};
-  if (!check_site(options, context.console, release, signer, failure)) return false;
+  if (!check_site(options, context, release, signer, failure)) return false;
   report_release(options, release, signer, context.report);
   return true;
 }
