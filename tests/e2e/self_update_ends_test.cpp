@@ -1,4 +1,6 @@
 // The launcher replaces itself by a newer build, or keeps itself when that does not work.
+#include <windows.h>
+
 #include <gtest/gtest.h>
 
 #include "foundations/display_format.h"
@@ -6,6 +8,7 @@
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "tests/e2e/story.h"
+#include "tests/e2e/update_texts.h"
 #include "tests/support/file_lock.h"
 #include "tests/support/sha256_hex.h"
 
@@ -14,18 +17,30 @@ namespace {
 
 std::string program_bytes(const char* path) { return read_text(full_path(to_wide(path))); }
 
+const std::string& this_launcher() {
+  static const std::string bytes = program_bytes(KVX_LAUNCHER_PROGRAM);
+  return bytes;
+}
+
+const std::string& next_launcher() {
+  static const std::string bytes = program_bytes(KVX_NEXT_LAUNCHER_PROGRAM);
+  return bytes;
+}
+
+constexpr char signature_ok[] = "manifest: * bytes, signature OK (key primary)";
+
+std::string comparison_of(const std::string& own_version, const std::string& own, const std::string& named_version,
+                          const std::string& named) {
+  return "launcher: running " + own_version + " (" + sha256_hex(own) + "), manifest names " + named_version + " (" +
+         sha256_hex(named) + ")";
+}
+
+std::string comparison(const std::string& named_version, const std::string& named) {
+  return comparison_of("1.0.0", this_launcher(), named_version, named);
+}
+
 class SelfUpdate : public InBothWays {
  protected:
-  static const std::string& this_launcher() {
-    static const std::string bytes = program_bytes(KVX_LAUNCHER_PROGRAM);
-    return bytes;
-  }
-
-  static const std::string& next_launcher() {
-    static const std::string bytes = program_bytes(KVX_NEXT_LAUNCHER_PROGRAM);
-    return bytes;
-  }
-
   // Version 1.1 of the game beside an installed 1.0.
   static ReleaseBuilder second_release() {
     return ReleaseBuilder()
@@ -35,22 +50,35 @@ class SelfUpdate : public InBothWays {
         .file("data/a.txt", "a of 1.1");
   }
 
-  static std::string comparison(const std::string& named_version, const std::string& named) {
-    return "launcher: running 1.0.0 (" + sha256_hex(this_launcher()) + "), manifest names " + named_version + " (" +
-           sha256_hex(named) + ")";
-  }
-
-  static std::string fetched(const std::string& content) {
-    return "downloaded + verified " + sha256_hex(content) + " (" + std::to_string(content.size()) + " bytes)";
-  }
-
   std::string program_in_place() const { return sha256_hex(read_text(folder().launcher())); }
 
+  // The log of an update to 1.1 in which this was said of the launcher.
+  static std::vector<std::string> log_of_the_update(const std::vector<std::string>& of_the_launcher) {
+    std::vector<std::string> lines = {signature_ok};
+    lines.insert(lines.end(), of_the_launcher.begin(), of_the_launcher.end());
+    lines.insert(lines.end(),
+                 {"manifest: version 1.1 serial 2, 2 files, 0 removals, exe bin/game.exe",
+                  "update to 1.1: 1 files to replace (1 unique, 8 bytes, 0 already staged), 0 to remove",
+                  "disk: * bytes free, 8 needed", verified_line("a of 1.1"), "update to 1.1 complete", "started *"});
+    return lines;
+  }
+
+  // The whole log of a launcher that removes the previous one.
+  void then_it_removes_the_previous_launcher_and_says(const std::wstring& previous_name,
+                                                      const std::vector<std::string>& lines) const {
+    std::vector<std::string> all = {"removed previous launcher " + to_utf8(in_folder(previous_name)),
+                                    "channel=live server=" + to_utf8(server_.base_url())};
+    all.insert(all.end(), lines.begin(), lines.end());
+    then_the_log_says_only(all);
+  }
+
   // The launcher stayed what it was, and the game was updated all the same.
-  void then_the_run_went_on(const ReleaseBuilder& release) {
+  void then_the_run_went_on(Files files, const std::vector<std::string>& of_the_launcher) {
     then_ends(0, launched, "updated to 1.1");
+    then_the_log_says(log_of_the_update(of_the_launcher));
     EXPECT_EQ(program_in_place(), sha256_hex(this_launcher()));
-    then_game_is(files_of(release));
+    then_game_is(files);
+    then_staged_is({});
     then_state_is(installed_state("1.1", "2"));
   }
 };
@@ -61,7 +89,9 @@ TEST_P(SelfUpdate, HandsOverToTheNewLauncherWhichFinishesTheUpdate) {
   const ReleaseBuilder release = second_release().launcher("1.0.1", next_launcher());
   given_published(release);
   given_a_hand_over_is_awaited();
-  when_started(LR"(--channel=live --repair -- "two words" "a \"quoted\" one" "ends in \\" plain\ "" --test)");
+  const TempFolder elsewhere;
+  when_started_through(folder().launcher(), elsewhere.path(),
+                       LR"(--channel=live --repair -- "two words" "a \"quoted\" one" "ends in \\" plain\ "" --test)");
   then_ends(50, not_launched, "launcher updated to 1.0.1");
   const uint32_t old_process = run().id();
 
@@ -70,11 +100,11 @@ TEST_P(SelfUpdate, HandsOverToTheNewLauncherWhichFinishesTheUpdate) {
             quote_argument(folder().launcher()) + L" --self-updated --wait-pid=" + std::to_wstring(old_process) +
                 L" --base-url=" + server_.base_url() + (is_silent() ? L" --unattended --hidden" : L"") +
                 LR"( --channel=live --repair -- "two words" "a \"quoted\" one" "ends in \\" plain\ "" --test)");
+  EXPECT_EQ(run().working_folder(), in_folder(L""));
   then_ends(0, launched, "updated to 1.1");
-  then_the_log_has({"removed previous launcher " + to_utf8(in_folder(L"KVXLauncher.old.exe")), "channel=live server=*",
-                    "launcher: running 1.0.1 (" + sha256_hex(next_launcher()) + "), manifest names 1.0.1 (" +
-                        sha256_hex(next_launcher()) + ")",
-                    "update to 1.1 complete"});
+  std::vector<std::string> log = log_of_the_update({comparison_of("1.0.1", next_launcher(), "1.0.1", next_launcher())});
+  log.insert(log.begin() + 3, "checking 2 installed files (" + std::to_string(game_program().size() + 8) + " bytes)");
+  then_it_removes_the_previous_launcher_and_says(L"KVXLauncher.old.exe", log);
   EXPECT_EQ(program_in_place(), sha256_hex(next_launcher()));
   then_game_is(files_of(release));  // no old and no new launcher beside it
   then_staged_is({});
@@ -89,11 +119,12 @@ TEST_P(SelfUpdate, SaysInItsLogWhatItDidBeforeTheHandOver) {
   when_started(L"--no-launch");
   then_ends(50, not_launched, "launcher updated to 1.0.1");
   when_the_new_launcher_takes_over();
-  EXPECT_EQ(run().wait_for_end(is_silent()), 0U);
+  then_ends(0, not_launched, "updated to 1.1");
+  then_game_was_not_started();
   const std::vector<std::string> log = folder().previous_log();
   ASSERT_EQ(log.size(), 7U);
   EXPECT_EQ(log[3], comparison("1.0.1", next_launcher()));
-  EXPECT_EQ(log[4], fetched(next_launcher()));
+  EXPECT_EQ(log[4], verified_line(next_launcher()));
   EXPECT_EQ(log[5], "self-update: launcher 1.0.1 installed, handing over to pid " + std::to_string(run().id()));
   EXPECT_EQ(log[6], "exit code 50 (launched=0)");
 }
@@ -120,9 +151,33 @@ TEST_P(SelfUpdate, KeepsTheNameThatThePlayerGaveTheLauncher) {
   then_ends(50, not_launched, "launcher updated to 1.0.1");
   when_the_new_launcher_takes_over();
   then_ends(0, launched, "updated to 1.1");
-  then_the_log_has({"removed previous launcher " + to_utf8(in_folder(L"Start KVX.old.exe"))});
+  then_it_removes_the_previous_launcher_and_says(
+      L"Start KVX.old.exe", log_of_the_update({comparison_of("1.0.1", next_launcher(), "1.0.1", next_launcher())}));
   EXPECT_EQ(program_in_place(), sha256_hex(next_launcher()));
   then_game_is(files_of(release));
+}
+
+TEST_P(SelfUpdate, HandsOverInAFolderWithBlanksAndForeignLetters) {
+  const std::wstring name = L"Z\u00FCnde KVX \u0416\u6F22";
+  use_folder(std::make_unique<PlayerFolder>(name + L".exe", L"Meine Spiele (neu)\\J\u00F6rg \u0416\u6F22"));
+  given_installed(first_release());
+  const ReleaseBuilder release = second_release().launcher("1.0.1", next_launcher());
+  given_published(release);
+  given_a_hand_over_is_awaited();
+  when_started(L"-- \u00FC\u6F22");
+  then_ends(50, not_launched, "launcher updated to 1.0.1");
+  const uint32_t old_process = run().id();
+  when_the_new_launcher_takes_over();
+  EXPECT_EQ(run().command_line(), L'"' + folder().launcher() + L"\" --self-updated --wait-pid=" +
+                                      std::to_wstring(old_process) + L" --base-url=" + server_.base_url() +
+                                      (is_silent() ? L" --unattended --hidden" : L"") + L" -- \u00FC\u6F22");
+  EXPECT_EQ(run().working_folder(), in_folder(L""));
+  then_ends(0, launched, "updated to 1.1");
+  then_it_removes_the_previous_launcher_and_says(
+      name + L".old.exe", log_of_the_update({comparison_of("1.0.1", next_launcher(), "1.0.1", next_launcher())}));
+  EXPECT_EQ(program_in_place(), sha256_hex(next_launcher()));
+  then_game_is(files_of(release));
+  then_state_is(installed_state("1.1", "2"));
 }
 
 TEST_P(SelfUpdate, IsNotRepeatedWhenTheDeliveredFileReportsALowerVersion) {
@@ -133,12 +188,17 @@ TEST_P(SelfUpdate, IsNotRepeatedWhenTheDeliveredFileReportsALowerVersion) {
   then_ends(50, not_launched, "launcher updated to 9.0");
   when_the_new_launcher_takes_over();
   then_ends(0, launched, "updated to 1.1");
+  then_it_removes_the_previous_launcher_and_says(
+      L"KVXLauncher.old.exe", log_of_the_update({comparison_of("1.0.1", next_launcher(), "9.0", next_launcher())}));
   EXPECT_EQ(server_.requests_for(blob_url_path(next_launcher())).size(), 1U);
 
   // The file is the named one already, also without the mark of a hand-over.
-  when_started();
-  EXPECT_EQ(run().wait_for_end(is_silent()), 0U);
-  EXPECT_EQ(server_.requests_for(blob_url_path(next_launcher())).size(), 1U);
+  when_the_new_launcher_is_started();
+  then_ends(0, launched, "up to date 1.1");
+  then_the_log_says({signature_ok, comparison_of("1.0.1", next_launcher(), "9.0", next_launcher()),
+                     "manifest: version 1.1 serial 2, 2 files, 0 removals, exe bin/game.exe",
+                     "installation matches version 1.1", "started *"});
+  then_requests_are({"manifest.json", "manifest.sig"});
 }
 
 TEST_P(SelfUpdate, IsNotDoneTwiceInOneHandOver) {
@@ -146,10 +206,9 @@ TEST_P(SelfUpdate, IsNotDoneTwiceInOneHandOver) {
   const ReleaseBuilder release = second_release().launcher("9.0", next_launcher());
   given_published(release);
   when_started(L"--self-updated");
-  then_the_run_went_on(release);
-  then_the_log_has({comparison("9.0", next_launcher()),
-                    "launcher was just updated but the manifest still names a newer one: not updating again",
-                    "manifest: version 1.1 serial 2, *"});
+  then_the_run_went_on(files_of(release),
+                       {comparison("9.0", next_launcher()),
+                        "launcher was just updated but the manifest still names a newer one: not updating again"});
   EXPECT_TRUE(server_.requests_for(blob_url_path(next_launcher())).empty());
 }
 
@@ -162,7 +221,7 @@ TEST_P(SelfUpdate, IsNotDoneForAVersionThatIsNotNewerNorForTheSameFile) {
     given_published(first_release().launcher(version, content));
     when_started();
     then_ends(0, launched, "up to date 1.0");
-    then_the_log_says({"manifest: * bytes, signature OK (key primary)", comparison(version, content),
+    then_the_log_says({signature_ok, comparison(version, content),
                        "manifest: version 1.0 serial 1, 2 files, 0 removals, exe bin/game.exe",
                        "installation matches version 1.0", "started *"});
     then_requests_are({"manifest.json", "manifest.sig"});
@@ -175,11 +234,11 @@ TEST_P(SelfUpdate, ThatCannotBeDownloadedDoesNotStopTheUpdate) {
   given_published(release);
   server_.remove(blob_url_path(next_launcher()));
   when_started();
-  then_the_run_went_on(release);
-  then_the_log_has({comparison("1.0.1", next_launcher()),
-                    "launcher download failed (a required file is missing on the update server (HTTP 404)); continuing "
-                    "with the current launcher",
-                    "manifest: version 1.1 serial 2, *"});
+  then_the_run_went_on(
+      files_of(release),
+      {comparison("1.0.1", next_launcher()),
+       "launcher download failed (a required file is missing on the update server (HTTP 404)); continuing with the "
+       "current launcher"});
 }
 
 TEST_P(SelfUpdate, WhoseFileCannotBePlacedDoesNotStopTheUpdate) {
@@ -188,14 +247,10 @@ TEST_P(SelfUpdate, WhoseFileCannotBePlacedDoesNotStopTheUpdate) {
   given_published(release);
   folder().write("KVXLauncher.new.exe/in the way.txt", "a folder of that name");
   when_started();
-  then_ends(0, launched, "updated to 1.1");
-  then_the_log_has({fetched(next_launcher()),
-                    "self-update: cannot place KVXLauncher.new.exe: " + error_text(ERROR_ACCESS_DENIED),
-                    "manifest: version 1.1 serial 2, *"});
-  EXPECT_EQ(program_in_place(), sha256_hex(this_launcher()));
   Files expected = files_of(release);
   expected["KVXLauncher.new.exe/in the way.txt"] = "a folder of that name";
-  then_game_is(expected);
+  then_the_run_went_on(expected, {comparison("1.0.1", next_launcher()), verified_line(next_launcher()),
+                                  "self-update: cannot place KVXLauncher.new.exe: " + error_text(ERROR_ACCESS_DENIED)});
 }
 
 TEST_P(SelfUpdate, WhoseOldFileCannotBeRenamedDoesNotStopTheUpdate) {
@@ -204,14 +259,11 @@ TEST_P(SelfUpdate, WhoseOldFileCannotBeRenamedDoesNotStopTheUpdate) {
   given_published(release);
   folder().write("KVXLauncher.old.exe/in the way.txt", "a folder of that name");
   when_started();
-  then_ends(0, launched, "updated to 1.1");
-  then_the_log_has({fetched(next_launcher()),
-                    "self-update: cannot rename the running launcher: " + error_text(ERROR_ACCESS_DENIED),
-                    "manifest: version 1.1 serial 2, *"});
-  EXPECT_EQ(program_in_place(), sha256_hex(this_launcher()));
   Files expected = files_of(release);
   expected["KVXLauncher.old.exe/in the way.txt"] = "a folder of that name";
-  then_game_is(expected);
+  then_the_run_went_on(expected,
+                       {comparison("1.0.1", next_launcher()), verified_line(next_launcher()),
+                        "self-update: cannot rename the running launcher: " + error_text(ERROR_ACCESS_DENIED)});
 }
 
 TEST_P(SelfUpdate, WhoseNewFileCannotBeMovedIntoPlaceIsUndone) {
@@ -224,16 +276,14 @@ TEST_P(SelfUpdate, WhoseNewFileCannotBeMovedIntoPlaceIsUndone) {
   ASSERT_TRUE(wait_until([this] { return folder().has("KVXLauncher.new.exe"); }));
   FileLock new_file(in_folder(L"KVXLauncher.new.exe"), FILE_SHARE_READ);
   old_file.release();
-  then_ends(0, launched, "updated to 1.1");
-  then_the_log_has({fetched(next_launcher()),
-                    "self-update: cannot move the new launcher into place: " + error_text(ERROR_SHARING_VIOLATION),
-                    "manifest: version 1.1 serial 2, *"});
-  EXPECT_EQ(program_in_place(), sha256_hex(this_launcher()));
-  EXPECT_FALSE(folder().has("KVXLauncher.old.exe"));
+  Files expected = files_of(release);
+  expected["KVXLauncher.new.exe"] = next_launcher();  // what is held cannot be taken away
+  then_the_run_went_on(
+      expected, {comparison("1.0.1", next_launcher()), verified_line(next_launcher()),
+                 "self-update: cannot move the new launcher into place: " + error_text(ERROR_SHARING_VIOLATION)});
 
-  // What was held cannot be taken away at once; the next start does it.
+  // The next start does it.
   new_file.release();
-  given_published(release);
   server_.remove(blob_url_path(next_launcher()));
   when_started();
   then_ends(0, launched, "up to date 1.1");
@@ -246,9 +296,8 @@ TEST_P(SelfUpdate, ToAFileThatIsNoProgramIsUndone) {
   const ReleaseBuilder release = second_release().launcher("1.0.1", no_program);
   given_published(release);
   when_started();
-  then_the_run_went_on(release);
-  then_the_log_has({fetched(no_program), "self-update: cannot start the new launcher: *; rolling back",
-                    "manifest: version 1.1 serial 2, *"});
+  then_the_run_went_on(files_of(release), {comparison("1.0.1", no_program), verified_line(no_program),
+                                           "self-update: cannot start the new launcher: *; rolling back"});
 }
 
 TEST_P(SelfUpdate, TakesAwayWhatAnEarlierOneLeft) {
@@ -260,6 +309,26 @@ TEST_P(SelfUpdate, TakesAwayWhatAnEarlierOneLeft) {
   then_ends(0, launched, "up to date 1.0");
   then_the_log_has({"KVXLAUNCHER-VERSION:*", "removed previous launcher " + to_utf8(in_folder(L"KVXLauncher.old.exe")),
                     "channel=live *"});
+  then_game_is(files_of(release));
+}
+
+TEST_P(SelfUpdate, TakesAwayAPreviousLauncherThatRunsOnForAMoment) {
+  const ReleaseBuilder release = first_release();
+  given_installed(release);
+  const std::wstring previous = in_folder(L"KVXLauncher.old.exe");
+  copy_test_program(previous);
+  WaitingProgram old_launcher(previous);
+  // The mark goes with the first try to delete the file.
+  ASSERT_TRUE(SetFileAttributesW(previous.c_str(), FILE_ATTRIBUTE_READONLY));
+  when_started();
+  ASSERT_TRUE(wait_until([&] { return (GetFileAttributesW(previous.c_str()) & FILE_ATTRIBUTE_READONLY) == 0; }));
+  EXPECT_TRUE(run().runs());
+  EXPECT_TRUE(requests().empty());
+  old_launcher.end();
+  then_ends(0, launched, "up to date 1.0");
+  then_it_removes_the_previous_launcher_and_says(
+      L"KVXLauncher.old.exe", {signature_ok, "manifest: version 1.0 serial 1, 2 files, 0 removals, exe bin/game.exe",
+                               "installation matches version 1.0", "started *"});
   then_game_is(files_of(release));
 }
 
@@ -282,19 +351,26 @@ class SelfUpdateWithAPerson : public Story {};
 
 TEST_F(SelfUpdateWithAPerson, IsCancelledDuringItsDownload) {
   given_installed(first_release());
-  const std::string next = program_bytes(KVX_NEXT_LAUNCHER_PROGRAM);
+  const std::string& next = next_launcher();
   given_published(first_release().version("1.1").serial(2).launcher("1.0.1", next));
   const Gate gate;
-  server_.always(blob_url_path(next), answer(200, next).drop_after(status_line(200).size() + 100000).wait_for(gate));
+  const std::string head =
+      status_line(200) + "Connection: close\r\nContent-Length: " + std::to_string(next.size()) + "\r\n\r\n";
+  server_.script(blob_url_path(next),
+                 {ScriptedResponse(head + next.substr(0, 100000)).wait_for(gate).then(next.substr(100000, 1000))});
   when_started();
   run().wait_for_status(L"Updating the launcher...");
   run().wait_for_detail(L"* of " + format_size(next.size()) + L"*");
   run().press_cancel();
+  run().wait_until_cancelling();
   gate.open();
   then_ends(60, not_launched, "");
-  then_the_log_lacks("launcher download failed*");
+  then_the_log_says({signature_ok, comparison("1.0.1", next)});
+  then_requests_are({"manifest.json", "manifest.sig", blob_url_path(next)});
   then_game_is(files_of(first_release()));
-  EXPECT_EQ(sha256_hex(read_text(folder().launcher())), sha256_hex(program_bytes(KVX_LAUNCHER_PROGRAM)));
+  then_state_is(installed_state("1.0", "1"));
+  then_game_was_not_started();
+  EXPECT_EQ(sha256_hex(read_text(folder().launcher())), sha256_hex(this_launcher()));
   ASSERT_EQ(folder().staged().size(), 1U);
   EXPECT_TRUE(folder().staged()[0].starts_with("dl/" + sha256_hex(next) + ".part ")) << folder().staged()[0];
 }

@@ -23,8 +23,7 @@ std::vector<std::string> cells_of(const std::string& line) {
   std::vector<std::string> cells;
   std::istringstream parts(line.substr(1));
   for (std::string cell; std::getline(parts, cell, '|');) {
-    const size_t first = cell.find_first_not_of(' ');
-    if (first == std::string::npos) continue;
+    const size_t first = std::min(cell.size(), cell.find_first_not_of(' '));
     cells.push_back(cell.substr(first, cell.find_last_not_of(' ') - first + 1));
   }
   return cells;
@@ -45,12 +44,15 @@ std::vector<SupportRow> table_under(const std::string& document, const std::stri
   std::istringstream lines(document.substr(std::min(document.size(), document.find("\n" + heading + "\n") + 1)));
   std::string line;
   std::getline(lines, line);
-  bool in_body = false;
+  size_t columns = 0;
   while (std::getline(lines, line) && !line.starts_with("#")) {
+    const bool in_body = columns != 0;
     if (line.starts_with("|---")) {
-      in_body = true;
+      columns = cells_of(line).size();
     } else if (in_body && line.starts_with("|")) {
       const std::vector<std::string> cells = cells_of(line);
+      EXPECT_EQ(cells.size(), columns) << line;
+      EXPECT_EQ(std::count(cells.begin(), cells.end(), ""), 0) << "an empty cell in " << line;
       rows.push_back({keys_of(cells.at(key_column)), replaced(cells.at(text_column), "<br>", "\n")});
     } else if (in_body) {
       break;
@@ -60,18 +62,26 @@ std::vector<SupportRow> table_under(const std::string& document, const std::stri
   return rows;
 }
 
+bool has_key(const SupportRow& row, const std::string& key) {
+  return std::find(row.keys.begin(), row.keys.end(), key) != row.keys.end();
+}
+
+// A message that may offer the installed game.
+bool is_of_offline_start(const SupportRow& row) {
+  return has_key(row, "10") || has_key(row, "20") || has_key(row, "21");
+}
+
 constexpr char placeholder_form[] = R"(\*([^*\n]+)\*)";
 
 }  // namespace
 
-SupportTable::SupportTable() {
-  const std::string document = read_text(full_path(to_wide(KVX_SOURCE_FOLDER "/docs/support.md")));
-  messages_ = table_under(document, "## Message boxes", 0, 1);
-  continuations_ = table_under(document, "### How the messages with 10, 20 and 21 go on", 0, 1);
-  results_ = table_under(document, "## Result messages", 0, 1);
-  reasons_ = table_under(document, "## Reasons", 0, 1);
-  status_lines_ = table_under(document, "## What the window says", 0, 0);
-  detail_lines_ = table_under(document, "### The line below it", 0, 0);
+SupportTable::SupportTable() : document_(read_text(full_path(to_wide(KVX_SOURCE_FOLDER "/docs/support.md")))) {
+  messages_ = table_under(document_, "## Message boxes", 0, 1);
+  continuations_ = table_under(document_, "### How the messages with 10, 20 and 21 go on", 0, 1);
+  results_ = table_under(document_, "## Result messages", 0, 1);
+  reasons_ = table_under(document_, "## Reasons", 0, 1);
+  status_lines_ = table_under(document_, "## What the window says", 0, 0);
+  detail_lines_ = table_under(document_, "### The line below it", 0, 0);
 }
 
 std::vector<std::string> SupportTable::texts() const {
@@ -82,12 +92,15 @@ std::vector<std::string> SupportTable::texts() const {
   return all;
 }
 
-bool SupportTable::explains_message(const std::string& text) const {
+bool SupportTable::explains_message(const std::string& text, std::optional<int> code) const {
   return std::any_of(messages_.begin(), messages_.end(), [&](const SupportRow& row) {
-    if (fits(text, row.text)) return true;
+    const bool has_code = !code || has_key(row, std::to_string(*code));
+    if (has_code && fits(text, row.text)) return true;
+    // The offer may be declined, and the game may not start.
+    if (!has_code && code != 60 && code != 70) return false;
     const std::string& warning = continuations_.back().text;
     return std::any_of(continuations_.begin(), continuations_.end() - 1, [&](const SupportRow& end) {
-      return (row.keys[0] == "10" || row.keys[0] == "20" || row.keys[0] == "21") &&
+      return is_of_offline_start(row) && has_key(end, row.keys[0]) &&
              (fits(text, row.text + "\n\n" + end.text) || fits(text, row.text + "\n\n" + end.text + "\n\n" + warning));
     });
   });
@@ -96,9 +109,8 @@ bool SupportTable::explains_message(const std::string& text) const {
 bool SupportTable::explains_result(int code, const std::string& message) const {
   const std::string key = std::to_string(code);
   const auto has_row = [&](const std::vector<SupportRow>& table, const std::string& wanted) {
-    return std::any_of(table.begin(), table.end(), [&](const SupportRow& row) {
-      return std::find(row.keys.begin(), row.keys.end(), wanted) != row.keys.end() && fits(message, row.text);
-    });
+    return std::any_of(table.begin(), table.end(),
+                       [&](const SupportRow& row) { return has_key(row, wanted) && fits(message, row.text); });
   };
   const auto is_offline_message = [&](const std::string& wanted) { return has_row(messages_, wanted); };
   if (code == 10 || code == 20 || code == 21) return is_offline_message(key);
@@ -139,7 +151,7 @@ bool SupportTable::is_known_reason(const std::string& kinds, const std::string& 
 }
 
 std::vector<std::string> fixed_pieces(const std::string& text) {
-  const std::regex gap(std::string(placeholder_form) + "|\n");
+  const std::regex gap(placeholder_form);
   std::vector<std::string> pieces;
   for (std::sregex_token_iterator piece(text.begin(), text.end(), gap, -1), none; piece != none; ++piece) {
     if (piece->length() > 0) pieces.push_back(piece->str());
