@@ -295,6 +295,11 @@ TEST_F(Prune, RefusesWithOneClearLineAndDeletesNothing) {
   const std::vector<std::string> usual = {folder_, "--keep=1", "--yes"};
   for (const Refusal& refusal : std::vector<Refusal>{
            {"nothing to keep", [] {}, {folder_}, 2, "--keep is required; see kvxpublish --help"},
+           {"no decimal number",
+            [] {},
+            {folder_, "--keep=0x10"},
+            2,
+            "--keep: \"0x10\" is no number from 1 to 1000000; see kvxpublish --help"},
            {"a live manifest that cannot be read", [&] { write_text(site_.site(L"manifest.json"), "{"); }, usual, 3,
             folder_ + "\\manifest.json" + unreadable},
            {"a live manifest of another channel", [&] { write_text(site_.site(L"test\\manifest.json"), "{"); }, usual,

@@ -104,12 +104,13 @@ bool run_prune(const PruneOptions& options, const CommandContext& context, Failu
 RunCommand define_prune(CLI::App& command) {
   const auto options = std::make_shared<PruneOptions>();
   add_site_folder(command, options->site);
-  command
-      .add_option("--keep", options->keep,
-                  "How many releases of each channel's history to keep, the newest; the live one is kept in any case")
-      ->required()
-      ->check(CLI::Range(uint64_t{1}, uint64_t{1000000}).description(""))
-      ->type_name("N");
+  CLI::Option* keep = command
+                          .add_option("--keep", options->keep,
+                                      "How many releases of each channel's history to keep, the newest; the live one "
+                                      "is kept in any case")
+                          ->required()
+                          ->type_name("N");
+  take_decimal(keep, 1, 1000000);
   command.add_flag("--yes", options->yes, "Delete; without it, what would be deleted is only listed and counted");
   command.footer("Example:\n  kvxpublish prune /srv/www/patch --keep 5");
   return [options](const CommandContext& context, Failure& failure) { return run_prune(*options, context, failure); };
