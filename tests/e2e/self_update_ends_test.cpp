@@ -73,7 +73,7 @@ class SelfUpdate : public InBothWays {
   }
 
   // The launcher stayed what it was, and the game was updated all the same.
-  void then_the_run_went_on(Files files, const std::vector<std::string>& of_the_launcher) {
+  void then_the_run_went_on(const Files& files, const std::vector<std::string>& of_the_launcher) {
     then_ends(0, launched, "updated to 1.1");
     then_the_log_says(log_of_the_update(of_the_launcher));
     EXPECT_EQ(program_in_place(), sha256_hex(this_launcher()));
