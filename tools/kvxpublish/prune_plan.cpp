@@ -1,7 +1,6 @@
 #include "tools/kvxpublish/prune_plan.h"
 
 #include <algorithm>
-#include <ranges>
 #include <set>
 #include <unordered_set>
 
@@ -124,10 +123,9 @@ class Planner {
                    std::vector<uint64_t>& kept) {
     std::vector<uint64_t> with_signature;
     if (!list_history_signatures(site_, channel, with_signature, failure_)) return false;
-    for (const uint64_t serial : serials | std::views::reverse) {
-      const bool is_live = !live.manifest_bytes.empty() && serial == static_cast<uint64_t>(live.manifest.serial);
-      const bool counts = is_live || std::ranges::binary_search(with_signature, serial);
-      if (counts && kept.size() < keep_) kept.push_back(serial);
+    for (auto serial = serials.rbegin(); serial != serials.rend() && kept.size() < keep_; ++serial) {
+      const bool is_live = !live.manifest_bytes.empty() && *serial == static_cast<uint64_t>(live.manifest.serial);
+      if (is_live || std::ranges::binary_search(with_signature, *serial)) kept.push_back(*serial);
     }
     return true;
   }
