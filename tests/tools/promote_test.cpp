@@ -17,12 +17,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> removals_of(const Manifest& manifest) {
-  std::vector<std::string> paths;
-  for (const ManifestRemoval& removal : manifest.remove) paths.push_back(removal.path);
-  return paths;
-}
-
 // Releases 1 and 2 on "test", the second without the file "old".
 class Promote : public testing::Test {
  protected:

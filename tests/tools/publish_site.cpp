@@ -35,6 +35,12 @@ std::string native(std::string path) {
 
 }  // namespace
 
+std::vector<std::string> removals_of(const Manifest& manifest) {
+  std::vector<std::string> paths;
+  for (const ManifestRemoval& removal : manifest.remove) paths.push_back(removal.path);
+  return paths;
+}
+
 std::string development_key(const std::string& name) {
   return native(KVX_SOURCE_FOLDER "/keys/development/" + name + ".pem");
 }

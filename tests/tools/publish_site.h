@@ -50,6 +50,9 @@ class PublishSite {
   TempFolder folder_;
 };
 
+// The paths that launchers delete for this release.
+[[nodiscard]] std::vector<std::string> removals_of(const Manifest& manifest);
+
 [[nodiscard]] std::string development_key(const std::string& name);
 [[nodiscard]] std::wstring development_public_keys();
 // The launcher of the build under test.

@@ -16,12 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> removals_of(const Manifest& manifest) {
-  std::vector<std::string> paths;
-  for (const ManifestRemoval& removal : manifest.remove) paths.push_back(removal.path);
-  return paths;
-}
-
 std::vector<std::string> paths_of(const Manifest& manifest) {
   std::vector<std::string> paths;
   for (const ManifestFile& file : manifest.files) paths.push_back(file.path);

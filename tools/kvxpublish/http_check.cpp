@@ -11,26 +11,12 @@
 #include "net/http_request.h"
 #include "net/url.h"
 #include "tools/kvxpublish/content_problems.h"
+#include "tools/kvxpublish/http_answer.h"
 
 namespace kvx::publish {
 namespace {
 
 constexpr size_t buffer_bytes = 1048576;
-
-constexpr uint32_t status_ok = 200;
-constexpr uint32_t status_partial_content = 206;
-constexpr uint32_t status_forbidden = 403;
-constexpr uint32_t status_not_found = 404;
-constexpr uint32_t status_gone = 410;
-constexpr uint32_t status_range_not_satisfiable = 416;
-
-// The number after the slash of "bytes 5-9/10" or "bytes */10".
-bool read_total(std::wstring_view content_range, uint64_t& total) {
-  const size_t slash = content_range.find(L'/');
-  if (slash == std::wstring_view::npos) return false;
-  content_range.remove_prefix(slash + 1);
-  return take_number(content_range, total) && content_range.empty();
-}
 
 std::string quoted(const std::wstring& header) { return '"' + to_utf8(header) + '"'; }
 

@@ -11,22 +11,10 @@
 #include "net/http_session.h"
 #include "net/transfer.h"
 #include "net/url.h"
+#include "tools/kvxpublish/http_answer.h"
 
 namespace kvx::publish {
 namespace {
-
-constexpr uint32_t status_ok = 200;
-constexpr uint32_t status_partial_content = 206;
-constexpr uint32_t status_not_found = 404;
-constexpr uint32_t status_range_not_satisfiable = 416;
-
-// The number after the slash of "bytes 0-0/1000" or "bytes */1000".
-bool read_total(std::wstring_view content_range, uint64_t& total) {
-  const size_t slash = content_range.find(L'/');
-  if (slash == std::wstring_view::npos) return false;
-  content_range.remove_prefix(slash + 1);
-  return take_number(content_range, total) && content_range.empty();
-}
 
 // A request for the first byte alone is answered with the size of the whole; a server without ranges sends the whole
 // file's length, and the connection is closed before its body comes.
