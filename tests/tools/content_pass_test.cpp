@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <atomic>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
@@ -135,14 +134,26 @@ TEST_F(ContentPass, NoticesAFileThatGrewOrShrank) {
   }
 }
 
-TEST_F(ContentPass, NoticesAFileThatIsWrittenWhileOthersAreRead) {
-  write_text(site_.game(L"large"), large_text('a'));
+TEST_F(ContentPass, NoticesAFileThatWasWrittenSinceItWasListed) {
   write_text(site_.game(L"late.bin"), "late");
   make_old(site_.game(L"late.bin"));
   const std::vector<GameFile> files = listed();
-  std::atomic<bool> written{false};
+  write_text(site_.game(L"late.bin"), "LATE");  // of the same size
+  expect_changed(files, L"late.bin");
+}
+
+TEST_F(ContentPass, NoticesAFileThatIsReplacedWhileItIsRead) {
+  const std::wstring late = site_.game(L"late.bin");
+  write_text(late, "late");
+  make_old(late);
+  std::vector<GameFile> files = listed();
+  std::erase_if(files, [](const GameFile& file) { return file.path != "late.bin"; });
+  bool replaced = false;
   console_.stop_asked = [&] {
-    if (!written.exchange(true)) write_text(site_.game(L"late.bin"), "LATE");  // of the same size
+    if (replaced) return false;
+    replaced = MoveFileW(late.c_str(), site_.game(L"moved away").c_str()) != 0;
+    EXPECT_TRUE(replaced);
+    write_text(late, "LATE");  // of the same size
     return false;
   };
   expect_changed(files, L"late.bin");
@@ -174,7 +185,7 @@ TEST_F(ContentPass, NamesAFileThatHasGone) {
 TEST_F(ContentPass, StopsWhenThePersonAsks) {
   write_text(site_.game(L"large"), large_text('a'));
   std::vector<GameFile> files = listed();
-  std::atomic<int> pieces{0};
+  int pieces = 0;
   console_.stop_asked = [&] { return ++pieces > 1; };
   Failure failure;
   EXPECT_FALSE(store(files, failure));

@@ -1,6 +1,5 @@
 #include <windows.h>
 
-#include <atomic>
 #include <functional>
 #include <gmock/gmock.h>
 #include <string>
@@ -462,10 +461,11 @@ TEST_F(Publish, ReadsBackWhatItCopied) {
     pack_next(stops ? "1.2" : "1.1");
     const std::wstring content = web_content(stops ? "new in 1.2" : "new in 1.1");
     CapturedConsole console;
-    std::atomic<bool> damaged = false;
+    bool damaged = false;
     console.stop_asked = [&] {
       if (!exists(content) || is_copying()) return false;
-      if (!damaged.exchange(true)) write_text(content, "NEW IN 1.1");
+      // At once, since another thread may be looking at its size.
+      if (!damaged) damaged = write_file_atomic(content, "NEW IN 1.1");
       return stops;
     };
     const CommandResult result = publish_with(console);
