@@ -11,6 +11,7 @@
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
+#include "foundations/write_all.h"
 #include "manifest/file_digest.h"
 #include "manifest/sha256.h"
 #include "net/transfer.h"
@@ -161,26 +162,9 @@ class BlobDownload {
         &context_.ui.cancel_requested, http_status_, transfer_error_);
   }
 
-  // A disk that fills in the middle of a write may take a part of it without an error; asked for the rest, it says why.
-  bool write_chunk(HANDLE part, const uint8_t* bytes, DWORD count) {
-    for (DWORD done = 0; done < count;) {
-      DWORD written = 0;
-      if (WriteFile(part, bytes + done, count - done, &written, nullptr) == 0) {
-        write_error_ = GetLastError();
-        return false;
-      }
-      if (written == 0) {
-        write_error_ = ERROR_WRITE_FAULT;
-        return false;
-      }
-      done += written;
-    }
-    return true;
-  }
-
   bool store_chunk(HANDLE part, const uint8_t* bytes, size_t count) {
     if (context_.stop.requested()) return false;
-    if (!write_chunk(part, bytes, static_cast<DWORD>(count))) {
+    if (!write_all(part, bytes, count, write_error_)) {
       write_failed_ = true;
       return false;
     }

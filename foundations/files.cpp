@@ -7,6 +7,7 @@
 #include "foundations/clock.h"
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
+#include "foundations/write_all.h"
 
 namespace kvx {
 namespace {
@@ -56,16 +57,6 @@ bool read_exactly(HANDLE file, std::string& bytes) {
     DWORD got = 0;
     if (ReadFile(file, bytes.data() + filled, wanted, &got, nullptr) == 0 || got == 0) return false;
     filled += got;
-  }
-  return true;
-}
-
-bool write_all(HANDLE file, const std::string& bytes) {
-  for (size_t done = 0; done < bytes.size();) {
-    const DWORD wanted = static_cast<DWORD>(std::min(bytes.size() - done, chunk_bytes));
-    DWORD written = 0;
-    if (WriteFile(file, bytes.data() + done, wanted, &written, nullptr) == 0 || written != wanted) return false;
-    done += written;
   }
   return true;
 }
@@ -141,17 +132,24 @@ bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes) {
   return false;
 }
 
-bool write_file_atomic(const std::wstring& path, const std::string& bytes) {
+bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error) {
   const std::wstring temporary = path + L".tmp";
   FileHandle file(CreateFileW(long_path(temporary).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return false;
-  const bool on_disk = write_all(file.get(), bytes) && FlushFileBuffers(file.get()) != 0;
+  if (!file) {
+    error = GetLastError();
+    return false;
+  }
+  const bool on_disk = write_all(file.get(), bytes.data(), bytes.size(), error) && flush_to_disk(file.get(), error);
   file.reset();
-  uint32_t error = 0;
   if (on_disk && move_file(temporary, path, error)) return true;
   DeleteFileW(long_path(temporary).c_str());
   return false;
+}
+
+bool write_file_atomic(const std::wstring& path, const std::string& bytes) {
+  uint32_t error = 0;
+  return write_file_atomic(path, bytes, error);
 }
 
 bool move_file(const std::wstring& from, const std::wstring& to, uint32_t& error) {

@@ -38,6 +38,7 @@ struct FileStamp {
 
 // Writes a sibling named `path` + ".tmp", flushes it to the disk and moves it into place, so that `path` never holds
 // half of its content. On failure the old file is untouched and the sibling is gone.
+[[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error);
 [[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes);
 
 // Replaces an existing target, also a read-only one. Waits out programs that hold a file (sharing, lock and access

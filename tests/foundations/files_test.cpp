@@ -198,7 +198,8 @@ TEST_F(FilesTest, WritesOverATemporaryFileLeftBehind) {
 TEST_F(FilesTest, AFailedRenameLeavesTheOldFileAndNoTemporaryOne) {
   const std::wstring name = file(L"f", "old");
   const test::FileLock hold(name, FILE_SHARE_READ);
-  EXPECT_FALSE(write_file_atomic(name, "new"));
+  EXPECT_FALSE(write_file_atomic(name, "new", error));
+  EXPECT_EQ(error, ERROR_ACCESS_DENIED);
   EXPECT_THAT(clock.sleeps(), whole_schedule);
   EXPECT_EQ(read_text(name), "old");
   EXPECT_THAT(list_folder(folder.path()), ElementsAre(L"f"));
@@ -219,8 +220,10 @@ TEST_F(FilesTest, AtomicWriteWaitsForAHeldTarget) {
 TEST_F(FilesTest, AtomicWriteFailsWhenItsTemporaryFileCannotBeMade) {
   static_cast<void>(file(L"f", "old"));
   ASSERT_TRUE(create_folders(folder / L"f.tmp"));
-  EXPECT_FALSE(write_file_atomic(folder / L"f", "new"));
-  EXPECT_FALSE(write_file_atomic(folder / L"missing\\f", "new"));
+  EXPECT_FALSE(write_file_atomic(folder / L"f", "new", error));
+  EXPECT_EQ(error, ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(write_file_atomic(folder / L"missing\\f", "new", error));
+  EXPECT_EQ(error, ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(read_text(folder / L"f"), "old");
   EXPECT_THAT(clock.sleeps(), IsEmpty());
 }

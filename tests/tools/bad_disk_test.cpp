@@ -151,6 +151,33 @@ TEST_F(BadDisk, PublishNamesWhatFoundNoRoomAndLeavesNothing) {
   EXPECT_FALSE(exists(to_wide(web)));
 }
 
+// The little that is written last finds no room either.
+TEST_F(BadDisk, ARoomThatLacksForTheManifestIsNamedAndEverythingPutBack) {
+  ASSERT_EQ(site_.pack().code, 0);
+  write_text(site_.game(L"data\\new.bin"), "new content");
+  for (const std::wstring& file : std::vector<std::wstring>{L"manifest.json", L"manifest.sig", L"history\\live\\2.sig",
+                                                            L"history\\live\\2.json"}) {
+    SCOPED_TRACE(to_utf8(file));
+    const FolderTree before = folder_tree(to_wide(folder_));
+    disk.full_for = L"site\\" + file;
+    const CommandResult result = site_.pack({"--version=2", "--serial=2"});
+    disk.full_for.clear();
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.messages, "kvxpublish: " + to_utf8(site_.site(file)) + ": cannot be written: " + full_ + "\n");
+    EXPECT_EQ(folder_tree(to_wide(folder_)), before);
+  }
+}
+
+TEST_F(BadDisk, ADigestThatFindsNoRoomLeavesNothing) {
+  ASSERT_EQ(site_.pack({"--key="}).code, 0);
+  const std::wstring out = site_.path(L"manifest.digest");
+  disk.full_for = L"manifest.digest";
+  const CommandResult result = kvxpublish({"digest", folder_, "--out", to_utf8(out)});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_EQ(result.messages, "kvxpublish: " + to_utf8(out) + ": cannot be written: " + full_ + "\n");
+  EXPECT_FALSE(exists(out));
+}
+
 TEST_F(BadDisk, KeygenLeavesNothingItMade) {
   for (const std::wstring file : {L"private_key.pem", L"public_key.pem"}) {
     for (const bool made_before : {false, true}) {

@@ -539,7 +539,8 @@ TEST(Pack, AFailureAfterTheManifestWasReplacedPutsTheOldOneBack) {
   write_text(site.game(L"new.bin"), "new content");
   const CommandResult result = site.pack({"--version=1.1", "--serial=2"});
   EXPECT_EQ(result.code, 1);
-  EXPECT_EQ(result.messages, "kvxpublish: " + site.site_folder() + "\\manifest.sig: cannot be written\n");
+  EXPECT_EQ(result.messages, "kvxpublish: " + site.site_folder() +
+                                 "\\manifest.sig: cannot be written: " + error_text(ERROR_ACCESS_DENIED) + '\n');
   EXPECT_EQ(site.snapshot(), before);
 }
 

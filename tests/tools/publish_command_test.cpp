@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "foundations/error_text.h"
 #include "foundations/files.h"
 #include "foundations/text.h"
 #include "tests/support/file_lock.h"
@@ -398,7 +399,8 @@ TEST_F(Publish, LeavesTheLiveReleaseWholeWhenItFailsAtTheEnd) {
   EXPECT_EQ(web_tree(), before);
   const CommandResult forced = publish({"--replace-damaged", "--force"});
   EXPECT_EQ(forced.code, 1);
-  EXPECT_EQ(forced.messages, "kvxpublish: " + web_folder_ + "\\manifest.sig: cannot be written\n");
+  EXPECT_EQ(forced.messages, "kvxpublish: " + web_folder_ +
+                                 "\\manifest.sig: cannot be written: " + error_text(ERROR_ACCESS_DENIED) + '\n');
   EXPECT_EQ(web_tree(), before);
 }
 
@@ -438,7 +440,8 @@ TEST_F(Publish, LeavesTheLiveReleaseWholeWhenItCannotBeReplaced) {
     const FileLock lock(web(held), FILE_SHARE_READ);
     const CommandResult result = publish();
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(result.messages, "kvxpublish: " + to_utf8(web(held)) + ": cannot be written\n");
+    EXPECT_EQ(result.messages,
+              "kvxpublish: " + to_utf8(web(held)) + ": cannot be written: " + error_text(ERROR_ACCESS_DENIED) + '\n');
     EXPECT_EQ(web_tree(), before);
   }
 }

@@ -9,12 +9,12 @@
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
+#include "foundations/write_all.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/content_problems.h"
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/parallel.h"
 #include "tools/kvxpublish/progress.h"
-#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -62,7 +62,7 @@ class ContentCopier {
   }
 
   bool take(const FileHandle& file, const uint8_t* bytes, size_t count, uint32_t& error) {
-    if (!write_all(file, bytes, count, error)) return false;
+    if (!write_all(file.get(), bytes, count, error)) return false;
     state_.progress.advance(count);
     return hasher_.update(bytes, count) && !state_.console.interrupted();
   }

@@ -15,10 +15,10 @@
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
+#include "foundations/write_all.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/parallel.h"
 #include "tools/kvxpublish/progress.h"
-#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -85,7 +85,7 @@ class TemporaryFile {
 
   [[nodiscard]] bool write(const uint8_t* bytes, size_t count, Failure& failure) {
     uint32_t error = error_;
-    if (file_ && write_all(file_, bytes, count, error)) return true;
+    if (file_ && write_all(file_.get(), bytes, count, error)) return true;
     return fail(ExitCode::failed, to_utf8(path_) + ": cannot be written: " + error_text(error), failure);
   }
 

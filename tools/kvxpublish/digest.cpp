@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "foundations/error_text.h"
 #include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/sha256.h"
@@ -22,8 +23,9 @@ struct DigestOptions {
 bool write_digest(const std::string& out, const Sha256Digest& digest, Failure& failure) {
   if (out.empty()) return true;
   const std::wstring path = given_path(out);
-  return write_file_atomic(path, std::string(digest.begin(), digest.end())) ||
-         fail(ExitCode::failed, to_utf8(path) + ": cannot be written", failure);
+  uint32_t error = 0;
+  return write_file_atomic(path, std::string(digest.begin(), digest.end()), error) ||
+         fail(ExitCode::failed, to_utf8(path) + ": cannot be written: " + error_text(error), failure);
 }
 
 bool run_digest(const DigestOptions& options, const CommandContext& context, Failure& failure) {

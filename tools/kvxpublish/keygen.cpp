@@ -10,13 +10,13 @@
 #include "foundations/paths.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
+#include "foundations/write_all.h"
 #include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/ecdsa.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/made_folders.h"
 #include "tools/kvxpublish/pubkey.h"
 #include "tools/kvxpublish/sign.h"
-#include "tools/kvxpublish/write_all.h"
 
 namespace kvx::publish {
 namespace {
@@ -63,12 +63,6 @@ void drop_file(const std::wstring& path) {
   static_cast<void>(delete_file_once(path, ignored));
 }
 
-bool flush(const FileHandle& file, uint32_t& error) {
-  if (FlushFileBuffers(file.get()) != 0) return true;
-  error = GetLastError();
-  return false;
-}
-
 // Never an existing file: a private key that is overwritten is lost for good. `attributes` may be null for the usual
 // rights. A file that cannot be finished is deleted.
 bool write_new_file(const std::wstring& path, const std::string& bytes, SECURITY_ATTRIBUTES* attributes,
@@ -80,7 +74,7 @@ bool write_new_file(const std::wstring& path, const std::string& bytes, SECURITY
     return fail(ExitCode::failed, to_utf8(path) + ": is there already and is never overwritten; name another folder",
                 failure);
   }
-  if (file && write_all(file, bytes.data(), bytes.size(), error) && flush(file, error)) return true;
+  if (file && write_all(file.get(), bytes.data(), bytes.size(), error) && flush_to_disk(file.get(), error)) return true;
   if (file) {
     file.reset();
     drop_file(path);

@@ -61,7 +61,9 @@ std::string quoted(const std::string& path) {
 
 bool write(const std::wstring& folder, const wchar_t* name, const std::string& text, Failure& failure) {
   const std::wstring path = join_path(folder, name);
-  return write_file_atomic(path, text) || fail(ExitCode::failed, to_utf8(path) + ": cannot be written", failure);
+  uint32_t error = 0;
+  return write_file_atomic(path, text, error) ||
+         fail(ExitCode::failed, to_utf8(path) + ": cannot be written: " + error_text(error), failure);
 }
 
 bool has_certificates(const std::wstring& folder) {

@@ -43,9 +43,8 @@ bool read_former(FileChange& change, Failure& failure) {
   return true;
 }
 
-bool put(const std::wstring& path, const std::optional<std::string>& content) {
-  uint32_t error = 0;
-  return content ? write_file_atomic(path, *content) : delete_file(path, error);
+bool put(const std::wstring& path, const std::optional<std::string>& content, uint32_t& error) {
+  return content ? write_file_atomic(path, *content, error) : delete_file(path, error);
 }
 
 bool refuse_damaged(const std::wstring& content, Failure& failure) {
@@ -62,11 +61,13 @@ bool apply(std::span<FileChange> changes, Failure& failure) {
   }
   for (auto change = changes.begin(); change != changes.end(); ++change) {
     const bool is_so_already = change->content == change->former && !is_folder(change->path);
-    if (is_so_already || put(change->path, change->content)) continue;
+    uint32_t error = 0;
+    if (is_so_already || put(change->path, change->content, error)) continue;
     for (auto done = changes.begin(); done != change; ++done) {
-      if (done->content != done->former) static_cast<void>(put(done->path, done->former));
+      uint32_t ignored = 0;
+      if (done->content != done->former) static_cast<void>(put(done->path, done->former, ignored));
     }
-    return fail(ExitCode::failed, named(change->path, "cannot be written"), failure);
+    return fail(ExitCode::failed, named(change->path, "cannot be written: " + error_text(error)), failure);
   }
   return true;
 }
