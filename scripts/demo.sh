@@ -144,7 +144,8 @@ http {
 CONF
     nginx -p "$demo/nginx" -e "$demo/nginx/error.log" -c "$demo/nginx/nginx.conf" &
     nginx_pid=$!
-    until port_is_open; do
+    # Whatever else listens there keeps nginx from writing its pid file.
+    until [ -s "$demo/nginx/nginx.pid" ] && port_is_open; do
       kill -0 "$nginx_pid" 2>/dev/null || continue 2
       sleep 0.05
     done

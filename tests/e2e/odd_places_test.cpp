@@ -224,6 +224,7 @@ class DriveLetter {
     } else {
       DefineDosDeviceW(DDD_REMOVE_DEFINITION, drive_.c_str(), nullptr);
     }
+    EXPECT_TRUE(wait_until([this] { return !exists(drive_ + L"\\"); })) << to_utf8(drive_) << " did not go";
   }
 
  private:

@@ -99,16 +99,19 @@ TEST_F(DownloadPool, DownloadsTheThreeLargestFirstAndNoMoreAtOnce) {
 
 TEST_F(DownloadPool, StopsTheOthersAtTheFirstFailureAndReportsItsText) {
   const Gate held;
+  const Gate held_too;
   serve_behind(held, 50);
-  serve_behind(held, 40);
+  serve_behind(held_too, 40);
   server_.serve(path_of(10), content_of(10));
   server_.script(path_of(30), {ScriptedResponse()
                                    .call([&] { EXPECT_TRUE(held.wait_until_reached()); })
+                                   .call([&] { EXPECT_TRUE(held_too.wait_until_reached()); })
                                    .then(status_line(404) + "Content-Length: 0\r\nConnection: close\r\n\r\n")});
   std::string error;
   std::thread downloading([&] { error = download({50, 40, 30, 10}); });
   EXPECT_TRUE(wait_for_stop());
   held.open();
+  held_too.open();
   downloading.join();
   EXPECT_EQ(error, missing);
   EXPECT_THAT(asked(), UnorderedElementsAre("/" + path_of(50), "/" + path_of(40), "/" + path_of(30)));

@@ -14,7 +14,7 @@ namespace kvx {
 namespace {
 
 // Upper limits leave room for a busy machine.
-constexpr uint32_t slack_ms = 3000;
+constexpr uint32_t slack_ms = 20000;
 constexpr uint32_t clock_step_ms = 16;
 
 class RealTime : public testing::Test {
@@ -48,8 +48,10 @@ TEST_F(RealTime, AReadOnlyTargetIsReplacedAfterOnePause) {
   ASSERT_TRUE(SetFileAttributesW((folder / L"to").c_str(), FILE_ATTRIBUTE_READONLY));
   // Makes the first try fail also where the attribute alone does not: Wine under a superuser.
   test::FileLock hold(folder / L"to", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-  std::thread releaser([&hold] {
-    sleep_ms(120);
+  const std::wstring target = folder / L"to";
+  std::thread releaser([&] {
+    // The first try has failed once the attribute is gone.
+    while ((GetFileAttributesW(target.c_str()) & FILE_ATTRIBUTE_READONLY) != 0) sleep_ms(10);
     hold.release();
   });
   start = tick_count_ms();

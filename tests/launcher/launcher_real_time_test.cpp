@@ -23,7 +23,7 @@ TEST(InstanceLockRealTime, IsGivenUpAfterAboutTwoSeconds) {
   EXPECT_EQ(second.acquire(folder / L"launcher.lock"), InstanceLock::Result::held_by_another);
   const ULONGLONG taken_ms = GetTickCount64() - start;
   EXPECT_GE(taken_ms, 1800U);
-  EXPECT_LE(taken_ms, 5000U);
+  EXPECT_LE(taken_ms, 20000U);
 }
 
 using UpdaterRealTime = test::UpdaterFixture;

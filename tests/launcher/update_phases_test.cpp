@@ -202,7 +202,7 @@ bool link_to_full_disk(const std::wstring& link) {
   uint32_t process_id = 0;
   uint32_t error = 0;
   return start_program(L"Z:\\bin\\ln", L"ln -s /dev/full " + quote_argument(name), L"Z:\\", process_id, error) &&
-         test::wait_until([&] { return opens(link); }, 5000);
+         test::wait_until([&] { return opens(link); });
 }
 
 TEST_F(UpdatePhases, ReportsAFullDiskAsSuch) {

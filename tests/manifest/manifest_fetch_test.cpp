@@ -55,13 +55,13 @@ class FetchManifest : public testing::Test {
 
   // A redirect to where nobody listens fails as a connection does, and the server stays for the other requests.
   ScriptedResponse unreachable() const {
-    return answer(302, {}, "Location: http://127.0.0.1:" + std::to_string(dead_port_) + "/\r\n");
+    return answer(302, {}, "Location: http://127.0.0.1:" + std::to_string(dead_port_.number()) + "/\r\n");
   }
 
   test::TestClock clock_;
   test::LogCapture log_;
   std::vector<uint32_t> attempts_at_ms_;  // of each request for the manifest, before the server that fills it
-  const uint16_t dead_port_ = test::unused_port();
+  const test::DeadPort dead_port_;
   test::ScriptedServer server_;
   std::atomic<bool> cancel_requested_{false};
   std::atomic<bool> stop_workers_{false};

@@ -98,7 +98,8 @@ TEST_F(SendRequest, ReportsWhateverStatusTheServerAnswers) {
 }
 
 TEST_F(SendRequest, SaysThatNothingListens) {
-  EXPECT_FALSE(send(L"http://127.0.0.1:" + std::to_wstring(test::unused_port()) + L"/"));
+  const test::DeadPort port;
+  EXPECT_FALSE(send(L"http://127.0.0.1:" + std::to_wstring(port.number()) + L"/"));
   EXPECT_EQ(error_, "send: could not connect to the server");
 }
 

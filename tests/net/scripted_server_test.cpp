@@ -1,5 +1,7 @@
 #include "tests/support/scripted_server.h"
 
+#include <winsock2.h>
+
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -76,6 +78,21 @@ TEST_F(ScriptedServerTest, StopEndsWhatIsHeldAndRefusesWhatComes) {
     EXPECT_EQ(error_, "send: could not connect to the server");
     EXPECT_EQ(server.requests().size(), 1U);
   }
+}
+
+// A server of another test in its place would answer what ought to be refused.
+TEST_F(ScriptedServerTest, KeepsItsPortFromOthersAfterAStop) {
+  server_.serve("x", "body");
+  EXPECT_EQ(fetch("x"), 200);
+  server_.stop();
+  const SOCKET other = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(server_.port());
+  EXPECT_NE(bind(other, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(WSAGetLastError(), WSAEADDRINUSE);
+  closesocket(other);
 }
 
 TEST_F(ScriptedServerTest, ServesManyRequestsOneAfterAnother) {

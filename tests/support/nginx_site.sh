@@ -24,7 +24,7 @@ trap finish EXIT
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 make_certificates() {
-  openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj "/CN=Authority of one test run" \
+  openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 -subj "/CN=Authority of test run $$-$RANDOM" \
     -addext "basicConstraints=critical,CA:TRUE" -addext "keyUsage=critical,keyCertSign" \
     -keyout authority.key -out authority.pem
   openssl x509 -in authority.pem -outform DER -out authority.der
@@ -78,11 +78,13 @@ listens() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 # True once the server answers, false when it ended because a port was taken.
 start_server() { # FIRST_PORT
   write_configuration "$1"
+  rm -f nginx.pid
   nginx -p "$work" -c "$work/nginx.conf" -e stderr 2>nginx.log &
   server=$!
   for _ in $(seq 200); do
     kill -0 "$server" 2>/dev/null || return 1
-    listens "$1" && listens "$(($1 + 2))" && return 0
+    # Whatever else listens there keeps nginx from writing its pid file.
+    [ -s nginx.pid ] && listens "$1" && listens "$(($1 + 2))" && return 0
     sleep 0.05
   done
   return 1

@@ -58,11 +58,13 @@ sockaddr_in loopback(uint16_t port) {
   return address;
 }
 
-// A socket bound to a free port of 127.0.0.1.
+// A socket bound to this port of 127.0.0.1, which may have had connections before, or with 0 to a free one.
 Socket bound_socket(uint16_t& port) {
   Socket bound(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-  sockaddr_in address = loopback(0);
+  sockaddr_in address = loopback(port);
   int size = sizeof(address);
+  const BOOL reuse = port != 0 ? TRUE : FALSE;
+  setsockopt(bound.get(), SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&reuse), sizeof(reuse));
   if (bind(bound.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
       getsockname(bound.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
     ADD_FAILURE() << "no free port: Winsock error " << WSAGetLastError();
@@ -364,6 +366,7 @@ struct ScriptedServer::Impl {
     EXPECT_EQ(connect(wakes_the_acceptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     acceptor.join();
     listener.reset();
+    listener = bound_socket(port);
     for (Connection& connection : connections) connection.thread.join();
     connections.clear();
   }
@@ -437,11 +440,16 @@ bool ScriptedServer::wait_for_requests(size_t count, uint32_t limit_ms) const {
 
 void ScriptedServer::stop() { impl_->stop(); }
 
-uint16_t unused_port() {
+struct DeadPort::Impl {
   const Winsock winsock;
   uint16_t port = 0;
   const Socket bound = bound_socket(port);
-  return port;
-}
+};
+
+DeadPort::DeadPort() : impl_(std::make_unique<Impl>()) {}
+
+DeadPort::~DeadPort() = default;
+
+uint16_t DeadPort::number() const { return impl_->port; }
 
 }  // namespace kvx::test

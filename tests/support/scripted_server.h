@@ -27,7 +27,7 @@ class Gate {
 
   void open() const;
   // True once a server thread has come to the gate; false after `limit_ms`.
-  [[nodiscard]] bool wait_until_reached(uint32_t limit_ms = 20000) const;
+  [[nodiscard]] bool wait_until_reached(uint32_t limit_ms = 60000) const;
 
  private:
   friend class ScriptedServer;
@@ -105,9 +105,10 @@ class ScriptedServer {
   [[nodiscard]] std::vector<RecordedRequest> requests() const;
   [[nodiscard]] std::vector<RecordedRequest> requests_for(const std::string& path) const;
   // True once there were at least `count` requests; false after `limit_ms`.
-  [[nodiscard]] bool wait_for_requests(size_t count, uint32_t limit_ms = 20000) const;
+  [[nodiscard]] bool wait_for_requests(size_t count, uint32_t limit_ms = 60000) const;
 
-  // Ends every connection and refuses new ones from now on. Gates are passed. What was recorded stays.
+  // Ends every connection and refuses new ones from now on, also in the name of the port, which nobody else gets
+  // before the object is gone. Gates are passed. What was recorded stays.
   void stop();
 
  private:
@@ -115,7 +116,19 @@ class ScriptedServer {
   std::unique_ptr<Impl> impl_;
 };
 
-// A port of 127.0.0.1 that nothing listens on.
-[[nodiscard]] uint16_t unused_port();
+// A port of 127.0.0.1 that nothing listens on and nobody else gets while the object lives.
+class DeadPort {
+ public:
+  DeadPort();
+  DeadPort(const DeadPort&) = delete;
+  DeadPort& operator=(const DeadPort&) = delete;
+  ~DeadPort();
+
+  [[nodiscard]] uint16_t number() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
 
 }  // namespace kvx::test

@@ -17,7 +17,7 @@
 namespace {
 
 constexpr std::wstring_view wait_for = L"wait-for=";
-constexpr DWORD longest_wait_ms = 60000;
+constexpr DWORD longest_wait_ms = 300000;
 
 std::string line(const char* name, const std::wstring& value) {
   return std::string(name) + "=" + kvx::to_utf8(value) + "\n";

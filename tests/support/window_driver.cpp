@@ -62,7 +62,7 @@ bool wait_until(const std::function<bool()>& condition, uint32_t limit_ms) {
   const ULONGLONG end = GetTickCount64() + limit_ms;
   while (!condition()) {
     if (GetTickCount64() >= end) return false;
-    Sleep(5);
+    Sleep(10);
   }
   return true;
 }
@@ -89,12 +89,27 @@ std::wstring text_of(HWND window) {
   return text;
 }
 
+// A window manager may move the parent between two questions; then they are asked again.
 RECT place_of(HWND child) {
+  HWND parent = GetParent(child);
+  POINT origin{};
+  POINT origin_after{};
   RECT place{};
-  GetWindowRect(child, &place);
-  POINT corners[] = {{place.left, place.top}, {place.right, place.bottom}};
-  MapWindowPoints(nullptr, GetParent(child), corners, 2);
-  return {corners[0].x, corners[0].y, corners[1].x, corners[1].y};
+  do {
+    origin = {};
+    origin_after = {};
+    MapWindowPoints(parent, nullptr, &origin, 1);
+    GetWindowRect(child, &place);
+    MapWindowPoints(parent, nullptr, &origin_after, 1);
+  } while (origin.x != origin_after.x || origin.y != origin_after.y);
+  OffsetRect(&place, -origin.x, -origin.y);
+  return place;
+}
+
+RECT client_area_of(HWND window) {
+  RECT area{};
+  GetClientRect(window, &area);
+  return area;
 }
 
 ProgressWindow wait_for_progress_window(DWORD process_id) {

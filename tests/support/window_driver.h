@@ -13,7 +13,7 @@
 
 namespace kvx::test {
 
-constexpr uint32_t usual_limit_ms = 20000;
+constexpr uint32_t usual_limit_ms = 60000;
 
 // True as soon as the condition holds, false after the limit.
 [[nodiscard]] bool wait_until(const std::function<bool()>& condition, uint32_t limit_ms = usual_limit_ms);
@@ -26,6 +26,7 @@ constexpr uint32_t usual_limit_ms = 20000;
 [[nodiscard]] std::wstring text_of(HWND window);
 // In coordinates of the parent's client area.
 [[nodiscard]] RECT place_of(HWND child);
+[[nodiscard]] RECT client_area_of(HWND window);
 
 // The progress window and its controls.
 struct ProgressWindow {

@@ -81,12 +81,13 @@ port_is_open() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
 start_server() {
   local deadline
   for _ in $(seq 10); do
-    port=$((20000 + RANDOM % 20000))
+    port=$((10000 + RANDOM % 10000))
     ! port_is_open || continue
     "$kvxpublish" serve "web root" --port "$port" &
     server=$!
     deadline=$((SECONDS + 60))
-    until port_is_open; do
+    # Whatever else listens there keeps the server from writing its pid file.
+    until [ -s "web root-server/nginx.pid" ] && port_is_open; do
       kill -0 "$server" 2>/dev/null || continue 2  # the port was taken meanwhile
       [ $SECONDS -lt $deadline ] || fail "the server did not start"
       sleep 0.05

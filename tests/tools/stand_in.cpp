@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int refusal = 3;
-constexpr DWORD limit_ms = 60000;
+constexpr DWORD limit_ms = 300000;
 
 bool exists(const char* path) { return GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES; }
 

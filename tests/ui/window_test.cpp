@@ -170,8 +170,9 @@ TEST(Window, HasFourControls) {
   EXPECT_EQ(window.detail(), L"");
 }
 
+// Hidden, because a window manager moves and sizes a shown window about for a moment.
 TEST(Window, IsLaidOutAndCentredAtItsDpi) {
-  RunningWindow window;
+  RunningWindow window({.hidden = true});
   const UINT dpi = GetDpiForWindow(window.handle());
   expect_layout(window.parts(), dpi);
   expect_fonts(window.parts(), dpi);
@@ -254,19 +255,17 @@ TEST(Window, TakesItsResultFromTheMessageThatTheWorkerIsDone) {
   EXPECT_EQ(window.finish(7), 42);
 }
 
-TEST(Window, ShowsWhatTheWorkerSetWithinAMoment) {
+TEST(Window, ShowsWhatTheWorkerSetByItself) {
   RunningWindow window({.hidden = true});
   window.ui().show_status(L"Checking files", L"please wait");
   window.ui().allow_cancel(true);
-  EXPECT_TRUE(wait_until(
-      [&] {
-        return window.status() == L"Checking files" && window.detail() == L"please wait" && window.button_enabled();
-      },
-      2000));
+  EXPECT_TRUE(wait_until([&] {
+    return window.status() == L"Checking files" && window.detail() == L"please wait" && window.button_enabled();
+  }));
   window.ui().show_status(L"Done", L"");
   window.ui().allow_cancel(false);
-  EXPECT_TRUE(wait_until(
-      [&] { return window.status() == L"Done" && window.detail().empty() && !window.button_enabled(); }, 2000));
+  EXPECT_TRUE(
+      wait_until([&] { return window.status() == L"Done" && window.detail().empty() && !window.button_enabled(); }));
 }
 
 TEST(Window, RefreshesAtAnyTimer) {
@@ -487,9 +486,9 @@ TEST(Window, MeasuresTheRateOfOneTransferOnly) {
   EXPECT_EQ(refresh_at(2000, 2000), L"2 KB of 10 KB   -   2 KB/s   -   about 4 s left");
   window.set_progress(ProgressMode::checking, 10000, 2000);
   EXPECT_EQ(window.detail(), L"Checked 2 KB of 10 KB");
-  window.set_progress(ProgressMode::transfer, 10000, 2000);
-  EXPECT_EQ(refresh_at(2400, 3000), L"3 KB of 10 KB");  // from scratch
-  EXPECT_EQ(refresh_at(3000, 3000), L"3 KB of 10 KB   -   1000 bytes/s   -   about 7 s left");
+  window.set_progress(ProgressMode::transfer, 10000, 0);
+  EXPECT_EQ(refresh_at(2400, 1000), L"1000 bytes of 10 KB");  // from scratch
+  EXPECT_EQ(refresh_at(3000, 1000), L"1000 bytes of 10 KB   -   1000 bytes/s   -   about 9 s left");
 }
 
 TEST(Window, DrawsItsTextsOnTheWindowsBackground) {
