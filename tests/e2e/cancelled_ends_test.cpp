@@ -72,12 +72,7 @@ class Cancelled : public Story {
 
   // Version 1.1 with one file more than the first release, data/big.bin.
   static ReleaseBuilder update_with_a_big_file(uint64_t size, const std::string& digest) {
-    const auto entry = [](const std::string& path, uint64_t bytes, const std::string& sha256) {
-      return "{\"path\":\"" + path + "\",\"size\":" + std::to_string(bytes) + ",\"sha256\":\"" + sha256 + "\"}";
-    };
-    return first_release().version("1.1").serial(2).member(
-        "files", "[" + entry("bin/game.exe", game_program().size(), sha256_hex(game_program())) + "," +
-                     entry("data/a.txt", 8, sha256_hex("a of 1.0")) + "," + entry("data/big.bin", size, digest) + "]");
+    return with_a_big_file(first_release().version("1.1").serial(2), size, digest);
   }
 
   // The files whose digests are remembered, in any order.
@@ -132,6 +127,7 @@ TEST_F(Cancelled, WhileItWaitsToAskAgain) {
   given_installed(first_release());
   server_.always("manifest.json", answer(503));
   when_started();
+  run().wait_until_cancel_is(true);  // finds the button, so that it is pressed at once later on
   when_it_has_logged("manifest fetch: HTTP 503", 2);
   run().press_cancel();
   then_it_ends_and_nothing_happened();
@@ -345,8 +341,8 @@ TEST_F(Cancelled, WhileAFirstInstallIsDownloaded) {
 }
 
 TEST_F(Cancelled, WhileAStagedFileIsReadAgain) {
-  constexpr uint64_t big = 3'000'000'000;
-  const std::string digest = "16b29649590001513483bb869fd5b39a6a8d3f2aea76680cea66d3feb21a2243";  // of so many zeros
+  constexpr uint64_t big = 20'000'000'000;
+  const std::string digest = "c3e5d415e2a12e6a97ad47e0027b1b26894f6f163fbf58f9f11e325322e12a9a";  // of so many zeros
   given_installed(first_release());
   folder().write_zeros(".kvx_patch/blobs/" + digest, big);
   given_published(update_with_a_big_file(big, digest));
@@ -357,11 +353,11 @@ TEST_F(Cancelled, WhileAStagedFileIsReadAgain) {
   then_it_ends_and_nothing_happened();
   // It was not read to its end, or it would be known to be the right one.
   then_the_log_says({"manifest: * bytes, signature OK (key primary)", "manifest: version 1.1 serial 2, *",
-                     "update to 1.1: 1 files to replace (1 unique, 3000000000 bytes, 3000000000 already staged), 0 to "
-                     "remove",
+                     "update to 1.1: 1 files to replace (1 unique, 20000000000 bytes, 20000000000 already staged), 0 "
+                     "to remove",
                      "disk: * bytes free, * needed"});
   then_requests_are({"manifest.json", "manifest.sig"});
-  then_staged_is({"blobs/" + digest + " 3000000000"});
+  then_staged_is({"blobs/" + digest + " 20000000000"});
 }
 
 TEST_F(Cancelled, WhileADownloadWaitsToBeTriedAgain) {
@@ -371,12 +367,14 @@ TEST_F(Cancelled, WhileADownloadWaitsToBeTriedAgain) {
   when_started();
   const std::string waiting = "download of " + sha256_hex(long_content()) +
                               " interrupted at 0 bytes (the server answered HTTP 503); retrying in ";
-  when_it_has_logged(waiting + "4000 ms");
+  run().wait_until_cancel_is(true);
+  when_it_has_logged(waiting + "8000 ms");
   run().press_cancel();
   then_it_ends_and_nothing_happened();
   then_the_log_says({"manifest: * bytes, signature OK (key primary)", "manifest: version 1.1 serial 2, *",
-                     "update to 1.1: *", "disk: *", waiting + "2000 ms", waiting + "4000 ms"});
-  then_requests_are({"manifest.json", "manifest.sig", blob_url_path(long_content()), blob_url_path(long_content())});
+                     "update to 1.1: *", "disk: *", waiting + "2000 ms", waiting + "4000 ms", waiting + "8000 ms"});
+  const std::string blob = blob_url_path(long_content());
+  then_requests_are({"manifest.json", "manifest.sig", blob, blob, blob});
   then_staged_is({staged_part(long_content(), 0)});
 }
 

@@ -95,12 +95,13 @@ TEST_P(SelfUpdate, HandsOverToTheNewLauncherWhichFinishesTheUpdate) {
   then_ends(50, not_launched, "launcher updated to 1.0.1");
   const uint32_t old_process = run().id();
 
-  when_the_new_launcher_takes_over();
+  when_the_new_launcher_asks();
   EXPECT_EQ(run().command_line(),
             quote_argument(folder().launcher()) + L" --self-updated --wait-pid=" + std::to_wstring(old_process) +
                 L" --base-url=" + server_.base_url() + (is_silent() ? L" --unattended --hidden" : L"") +
                 LR"( --channel=live --repair -- "two words" "a \"quoted\" one" "ends in \\" plain\ "" --test)");
   EXPECT_EQ(run().working_folder(), in_folder(L""));
+  when_the_server_answers();
   then_ends(0, launched, "updated to 1.1");
   std::vector<std::string> log = log_of_the_update({comparison_of("1.0.1", next_launcher(), "1.0.1", next_launcher())});
   log.insert(log.begin() + 3, "checking 2 installed files (" + std::to_string(game_program().size() + 8) + " bytes)");
@@ -167,11 +168,12 @@ TEST_P(SelfUpdate, HandsOverInAFolderWithBlanksAndForeignLetters) {
   when_started(L"-- \u00FC\u6F22");
   then_ends(50, not_launched, "launcher updated to 1.0.1");
   const uint32_t old_process = run().id();
-  when_the_new_launcher_takes_over();
+  when_the_new_launcher_asks();
   EXPECT_EQ(run().command_line(), L'"' + folder().launcher() + L"\" --self-updated --wait-pid=" +
                                       std::to_wstring(old_process) + L" --base-url=" + server_.base_url() +
                                       (is_silent() ? L" --unattended --hidden" : L"") + L" -- \u00FC\u6F22");
   EXPECT_EQ(run().working_folder(), in_folder(L""));
+  when_the_server_answers();
   then_ends(0, launched, "updated to 1.1");
   then_it_removes_the_previous_launcher_and_says(
       name + L".old.exe", log_of_the_update({comparison_of("1.0.1", next_launcher(), "1.0.1", next_launcher())}));
@@ -360,6 +362,7 @@ TEST_F(SelfUpdateWithAPerson, IsCancelledDuringItsDownload) {
                  {ScriptedResponse(head + next.substr(0, 100000)).wait_for(gate).then(next.substr(100000, 1000))});
   when_started();
   run().wait_for_status(L"Updating the launcher...");
+  ASSERT_TRUE(gate.wait_until_reached());
   run().wait_for_detail(L"* of " + format_size(next.size()) + L"*");
   run().press_cancel();
   run().wait_until_cancelling();

@@ -236,8 +236,8 @@ TEST_P(SmallDisk, ThatIsFullFromTheStartIsAskedAboutAllTheSame) {
 
 TEST_P(SmallDisk, ThatTakesNoLargerFileEndsTheDownload) {
   given_an_update(std::string(4 * megabyte + 1, 'n'));
-  when_started();
   const std::string reason = "cannot write a downloaded file: " + error_text(code_of_writing_too_much());
+  when_started();
   then_asks(download_failed_prompt(reason), IDOK);
   then_ends(30, not_launched, reason);
   then_game_is(files_of(first_release()));

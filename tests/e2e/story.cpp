@@ -8,6 +8,7 @@
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
 #include "launcher/running_program.h"
+#include "tests/support/sha256_hex.h"
 #include "tests/support/support_table.h"
 
 namespace kvx::test {
@@ -72,7 +73,7 @@ void Story::given_a_hand_over_is_awaited() {
   });
 }
 
-void Story::when_the_new_launcher_takes_over() {
+void Story::when_the_new_launcher_asks() {
   ASSERT_EQ(WaitForSingleObject(hand_over_->reached.get(), usual_limit_ms), WAIT_OBJECT_0) << "no hand-over";
   constexpr std::string_view handed_over = "handing over to pid ";
   uint32_t process_id = 0;
@@ -84,7 +85,13 @@ void Story::when_the_new_launcher_takes_over() {
   run_.emplace(process_id);
   version_ = "1.0.1";
   options_ += L" --self-updated";
-  SetEvent(hand_over_->released.get());
+}
+
+void Story::when_the_server_answers() { SetEvent(hand_over_->released.get()); }
+
+void Story::when_the_new_launcher_takes_over() {
+  when_the_new_launcher_asks();
+  when_the_server_answers();
 }
 
 void Story::when_started(const std::wstring& options) {
@@ -263,6 +270,17 @@ const std::string& Story::game_program() {
 
 ReleaseBuilder Story::first_release() {
   return ReleaseBuilder().version("1.0").serial(1).file("bin/game.exe", game_program()).file("data/a.txt", "a of 1.0");
+}
+
+ReleaseBuilder Story::with_a_big_file(ReleaseBuilder release, uint64_t size, const std::string& digest) {
+  const auto entry = [](const std::string& path, uint64_t bytes, const std::string& sha256) {
+    return "{\"path\":\"" + path + "\",\"size\":" + std::to_string(bytes) + ",\"sha256\":\"" + sha256 + "\"}";
+  };
+  std::string entries;
+  for (const ReleaseBuilder::File& file : release.files()) {
+    entries += entry(file.path, file.content.size(), sha256_hex(file.content)) + ",";
+  }
+  return release.member("files", "[" + entries + entry("data/big.bin", size, digest) + "]");
 }
 
 const PlayerFolder& Story::folder() const {

@@ -59,10 +59,12 @@ class Story : public testing::Test {
                             const std::wstring& options = L"");
   // Waits until the log has a line like this so many times.
   void when_it_has_logged(const std::string& line, int times = 1);
-  // Goes on with the launcher that the run handed over to, once that one asks for the manifest; its answer is held
-  // until then. To be announced before the run starts.
+  // Goes on with the launcher that the run handed over to, which asks for the manifest and waits until the server
+  // answers. To be announced before the run starts.
   void given_a_hand_over_is_awaited();
-  void when_the_new_launcher_takes_over();
+  void when_the_new_launcher_asks();
+  void when_the_server_answers();
+  void when_the_new_launcher_takes_over();  // both at once
 
   // ---- then
   void then_asks(const Prompt& expected, uint32_t answer);
@@ -101,6 +103,8 @@ class Story : public testing::Test {
   [[nodiscard]] static const std::string& game_program();
   // Version 1.0, serial 1, of the game program and one data file.
   [[nodiscard]] static ReleaseBuilder first_release();
+  // This release with one file more, data/big.bin, which is checked last and has no blob on the server.
+  [[nodiscard]] static ReleaseBuilder with_a_big_file(ReleaseBuilder release, uint64_t size, const std::string& digest);
   [[nodiscard]] std::wstring in_folder(const std::wstring& name) const { return folder().path() + L'\\' + name; }
 
   // Made at first use, so that a story can choose its place.
