@@ -350,19 +350,8 @@ TEST_F(BlobDownload, IsNotBegunAfterAStopWasRequested) {
   EXPECT_EQ(counted(), 0U);
 }
 
-class StoppedBlobDownload : public BlobDownload, public testing::WithParamInterface<bool> {
- protected:
-  void request_stop() {
-    if (GetParam()) {
-      ui_.cancel_requested = true;
-    } else {
-      stop_workers_ = true;
-    }
-  }
-};
-
-INSTANTIATE_TEST_SUITE_P(ByEitherFlag, StoppedBlobDownload, testing::Bool(),
-                         [](const auto& by_user) { return std::string(by_user.param ? "TheUser" : "AnotherThread"); });
+using StoppedBlobDownload = WithEitherStop<BlobDownload>;
+INSTANTIATE_TEST_SUITE_P(ByEitherFlag, StoppedBlobDownload, testing::Bool(), who_stops);
 
 TEST_P(StoppedBlobDownload, EndsBetweenChunksAndKeepsThePartialFile) {
   write_text(part(content_), content_.substr(0, 10));

@@ -40,6 +40,23 @@ class EngineTest : public testing::Test {
   const StopSignal stop_{ui_.cancel_requested, stop_workers_};
 };
 
+// An engine test that is told twice: with a stop by the user, and with one by another thread.
+template <typename Test>
+class WithEitherStop : public Test, public testing::WithParamInterface<bool> {
+ protected:
+  void request_stop() {
+    if (this->GetParam()) {
+      this->ui_.cancel_requested = true;
+    } else {
+      this->stop_workers_ = true;
+    }
+  }
+};
+
+inline std::string who_stops(const testing::TestParamInfo<bool>& by_user) {
+  return by_user.param ? "TheUser" : "AnotherThread";
+}
+
 inline void make_folder(const std::wstring& path) { ASSERT_TRUE(create_folders(path)); }
 
 inline void make_read_only(const std::wstring& path) {

@@ -184,19 +184,8 @@ TEST_F(InstalledCheck, ReplacesAFileThatCannotBeRead) {
   EXPECT_EQ(remembered("data/b.pak"), sha256_hex("bb"));
 }
 
-class StoppedInstalledCheck : public InstalledCheck, public testing::WithParamInterface<bool> {
- protected:
-  void request_stop() {
-    if (GetParam()) {
-      ui_.cancel_requested = true;
-    } else {
-      stop_workers_ = true;
-    }
-  }
-};
-
-INSTANTIATE_TEST_SUITE_P(ByEitherFlag, StoppedInstalledCheck, testing::Bool(),
-                         [](const auto& by_user) { return std::string(by_user.param ? "TheUser" : "AnotherThread"); });
+using StoppedInstalledCheck = WithEitherStop<InstalledCheck>;
+INSTANTIATE_TEST_SUITE_P(ByEitherFlag, StoppedInstalledCheck, testing::Bool(), who_stops);
 
 TEST_P(StoppedInstalledCheck, KeepsTheDigestsFoundSoFar) {
   const ReleaseBuilder release = ReleaseBuilder().file("first", "first").file("second", "second");
