@@ -18,6 +18,7 @@
 #include "foundations/write_all.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/parallel.h"
+#include "tools/kvxpublish/private_key_check.h"
 #include "tools/kvxpublish/progress.h"
 
 namespace kvx::publish {
@@ -151,6 +152,7 @@ class Worker {
       size_t count = 0;
       if (!state_.may_go_on(failure) || !fill_buffer(file, count, failure)) return false;
       if (count == 0) break;
+      if (position == 0 && !check_no_private_key(file, buffer_.data(), count, failure)) return false;
       position += count;
       if (position > file.size) return has_changed(file, failure);
       if (!hasher.update(buffer_.data(), count)) return fail(ExitCode::failed, no_digest, failure);

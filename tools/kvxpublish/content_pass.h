@@ -1,5 +1,5 @@
 // Reading all files of a game, on all cores, each as few times as possible. A file that is not what it was when the
-// folder was listed, in size, time or content, is a failure.
+// folder was listed, in size, time or content, is a failure, and so is one that holds a private key.
 #pragma once
 
 #include <vector>

@@ -154,7 +154,7 @@ class Packing {
   bool describe_files() {
     std::vector<std::string> unused;
     if (!list_game_folder(request_.game_folder, request_.exclude, release_.files, unused, failure_)) return false;
-    if (!check_no_private_key(release_.files, request_.key, failure_)) return false;
+    if (!check_key_is_elsewhere(release_.files, request_.key, failure_)) return false;
     for (const std::string& pattern : unused) summary_.notes.push_back("--exclude " + pattern + " matched nothing");
     std::vector<std::string> remove;
     for (const std::string& path : request_.remove) remove.push_back(with_slashes(path));
