@@ -32,6 +32,7 @@ disk_kilobytes() { awk '$1 == "pgpgin" { read = $2 } $1 == "pgpgout" { written =
 
 measure() {  # measure COMMAND...: prints the seconds that it takes, the megabytes that the disk reads and that it writes
   local begin end read written read_after written_after
+  sync  # so that nobody waits for what another has written
   read -r read written < <(disk_kilobytes)
   begin=$(date +%s.%N)
   "$@" >"$work/output" 2>&1 || { cat "$work/output" >&2; exit 1; }
