@@ -81,6 +81,7 @@ make_second_release() {
   for i in 1 2 3 4; do random_file $((i * 200000)) "$game/data/новое/added $i.bin"; done
   random_file 2000000 "$game/data/large/world_2.pak"
   rm "$game/read me.txt" "$game/Übersetzungen/Français/été.dat" "$game/data/same content 2.pak"
+  rmdir "$game/Übersetzungen/Français"  # a release has only files
 }
 
 publish() {  # publish VERSION ARGUMENT...
@@ -284,7 +285,7 @@ publish 1.1 --remove "read me.txt" --remove "Übersetzungen/Français/été.dat"
 step "Update"
 start_launcher
 finish_run 0 $'code=0\nlaunched=1\nlauncher=1.0.0\nmessage=updated to 1.1'
-rmdir "$demo/game-1.1/Übersetzungen/Français" "$install/Übersetzungen/Français" 2>/dev/null || true
+rmdir "$install/Übersetzungen/Français"  # launchers leave empty folders behind
 check_installed 1.1
 
 step "Start without the server"
