@@ -58,13 +58,11 @@ sockaddr_in loopback(uint16_t port) {
   return address;
 }
 
-// A socket bound to this port of 127.0.0.1, which may have had connections before, or with 0 to a free one.
+// A socket bound to a free port of 127.0.0.1.
 Socket bound_socket(uint16_t& port) {
   Socket bound(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
-  sockaddr_in address = loopback(port);
+  sockaddr_in address = loopback(0);
   int size = sizeof(address);
-  const BOOL reuse = port != 0 ? TRUE : FALSE;
-  setsockopt(bound.get(), SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&reuse), sizeof(reuse));
   if (bind(bound.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
       getsockname(bound.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
     ADD_FAILURE() << "no free port: Winsock error " << WSAGetLastError();
@@ -366,9 +364,17 @@ struct ScriptedServer::Impl {
     EXPECT_EQ(connect(wakes_the_acceptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     acceptor.join();
     listener.reset();
-    listener = bound_socket(port);
     for (Connection& connection : connections) connection.thread.join();
     connections.clear();
+  }
+
+  // Fails while a connection is still closing; then nobody else gets the port either.
+  void keep_port() {
+    listener.reset(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+    const BOOL reuse = TRUE;
+    setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&reuse), sizeof(reuse));
+    const sockaddr_in address = loopback(port);
+    static_cast<void>(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
   }
 
   const Winsock winsock;
@@ -386,7 +392,7 @@ struct ScriptedServer::Impl {
 
 ScriptedServer::ScriptedServer() : impl_(std::make_unique<Impl>()) {}
 
-ScriptedServer::~ScriptedServer() { stop(); }
+ScriptedServer::~ScriptedServer() { impl_->stop(); }
 
 uint16_t ScriptedServer::port() const { return impl_->port; }
 
@@ -438,7 +444,10 @@ bool ScriptedServer::wait_for_requests(size_t count, uint32_t limit_ms) const {
                                       [&] { return impl_->requests.size() >= count; });
 }
 
-void ScriptedServer::stop() { impl_->stop(); }
+void ScriptedServer::stop() {
+  impl_->stop();
+  impl_->keep_port();
+}
 
 struct DeadPort::Impl {
   const Winsock winsock;
