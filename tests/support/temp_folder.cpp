@@ -24,8 +24,11 @@ TempFolder::TempFolder() {
   static std::atomic<int> count{0};
   wchar_t base[MAX_PATH + 1];
   GetTempPathW(MAX_PATH, base);
-  path_ = std::wstring(base) + L"kvx-test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
-  remove_tree(path_);  // an earlier process with this id may have left one
+  const std::wstring stem = std::wstring(base) + L"kvx-test-" + std::to_wstring(GetCurrentProcessId()) + L"-";
+  do {
+    path_ = stem + std::to_wstring(++count);
+    remove_tree(path_);     // an earlier process with this id may have left one
+  } while (exists(path_));  // with something in it that cannot be deleted, such as a link to a device
   make_folders(path_);
 }
 
