@@ -49,13 +49,15 @@ TEST_F(RealTime, AReadOnlyTargetIsReplacedAfterOnePause) {
   // Makes the first try fail also where the attribute alone does not: Wine under a superuser.
   test::FileLock hold(folder / L"to", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   const std::wstring target = folder / L"to";
+  std::atomic<bool> ended{false};
   std::thread releaser([&] {
     // The first try has failed once the attribute is gone.
-    while ((GetFileAttributesW(target.c_str()) & FILE_ATTRIBUTE_READONLY) != 0) sleep_ms(10);
+    while (!ended && (GetFileAttributesW(target.c_str()) & FILE_ATTRIBUTE_READONLY) != 0) sleep_ms(10);
     hold.release();
   });
   start = tick_count_ms();
   EXPECT_TRUE(move_file(folder / L"from", folder / L"to", error));
+  ended = true;
   releaser.join();
   expect_elapsed(150);
   EXPECT_EQ(test::read_text(folder / L"to"), "new");
