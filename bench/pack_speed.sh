@@ -38,7 +38,7 @@ measure() {  # measure COMMAND...: prints the seconds that it takes, the megabyt
   "$@" >"$work/output" 2>&1 || { cat "$work/output" >&2; exit 1; }
   end=$(date +%s.%N)
   read -r read_after written_after < <(disk_kilobytes)
-  echo "$(echo "$end - $begin" | bc) $(((read_after - read) / 1000)) $(((written_after - written) / 1000))"
+  echo "$(awk "BEGIN { print $end - $begin }") $(((read_after - read) / 1000)) $(((written_after - written) / 1000))"
 }
 # shellcheck disable=SC2317  # called through measure
 sha256_one_core() { find "$work/game" -type f -print0 | xargs -0 sha256sum; }
@@ -58,7 +58,7 @@ copied=$(measure copy)
 first=$(measure pack 1)
 again=$(measure pack 2)
 row() {  # row NAME SECONDS READ WRITTEN
-  printf '%-44s %8.2f s %8.2f %9d MB %9d MB\n' "$1" "$2" "$(echo "scale=4; $2 / ${all%% *}" | bc)" "$3" "$4"
+  printf '%-44s %8.2f s %8.2f %9d MB %9d MB\n' "$1" "$2" "$(awk "BEGIN { print $2 / ${all%% *} }")" "$3" "$4"
 }
 printf '%-44s %10s %8s %12s %12s\n' "" time ratio "disk reads" "disk writes"
 # shellcheck disable=SC2086  # three numbers each
