@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "foundations/error_text.h"
@@ -32,13 +33,17 @@ bool seek(HANDLE file, uint64_t position) {
   return SetFilePointerEx(file, distance, nullptr, FILE_BEGIN) != 0;
 }
 
-void truncate(HANDLE file) {
-  if (seek(file, 0)) SetEndOfFile(file);
-}
+bool truncate(HANDLE file) { return seek(file, 0) && SetEndOfFile(file) != 0; }
 
 uint64_t size_or_zero(HANDLE file) {
   LARGE_INTEGER size;
   return GetFileSizeEx(file, &size) != 0 ? static_cast<uint64_t>(size.QuadPart) : 0;
+}
+
+// Whether what follows moves or deletes a file.
+bool goes_on_with_files(TransferResult result) {
+  return result == TransferResult::ok || result == TransferResult::range_ignored ||
+         result == TransferResult::range_rejected;
 }
 
 bool is_missing_on_server(uint32_t http_status) {
@@ -65,6 +70,8 @@ class BlobDownload {
 
  private:
   enum class AttemptResult : uint8_t { finished, failed, try_again };
+  // What an attempt brought: nothing, bytes that an earlier attempt had already brought before a restart, or more.
+  enum class Progress : uint8_t { none, known_bytes, new_bytes };
 
   bool fail(std::string text) {
     error_ = std::move(text);
@@ -82,13 +89,14 @@ class BlobDownload {
     std::string hash_error;
     const std::string digest = hash_file(
         path, [this](uint64_t) { return !context_.stop.requested(); }, hash_error);
+    // A stop leaves no digest and says nothing about the blob.
+    if (context_.stop.requested()) return false;
     if (digest == job_.hash) {
       context_.ui.progress_done += job_.size;
       log::write("blob %s already staged", job_.hash.c_str());
       return true;
     }
-    // A stop leaves no digest and says nothing about the blob.
-    if (!context_.stop.requested()) remove(path);
+    remove(path);
     return false;
   }
 
@@ -96,37 +104,45 @@ class BlobDownload {
     FileHandle part(CreateFileW(long_path(part_path_).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!part) return give_up("cannot create a download file: " + error_text(GetLastError()));
-    take_up_existing_bytes(part.get());
+    if (!take_up_existing_bytes(part.get())) return after_write_failure();
     count_position();
-    static_cast<void>(seek(part.get(), position_));
+    if (!seek(part.get(), position_)) return after_failed_call();
     if (position_ > 0) log::write("resuming %s at %llu of %llu bytes", job_.hash.c_str(), position_, job_.size);
 
     const uint64_t start = position_;
     const TransferResult result = position_ < job_.size ? transfer(part.get()) : TransferResult::ok;
-    FlushFileBuffers(part.get());
+    // After a stop the run may have ended already, so no file is touched any more. What this one holds is hashed again
+    // before it is trusted.
+    const bool stopped = context_.stop.requested();
+    if (!stopped && !write_failed_ && FlushFileBuffers(part.get()) == 0) note_failed_call();
+    part_size_ = size_or_zero(part.get());
     part.reset();
-    const bool position_grew = position_ > std::max(start, furthest_);
-    furthest_ = std::max(furthest_, position_);
-    return decide(result, position_grew);
+    if (write_failed_) return after_write_failure();
+    if (stopped && goes_on_with_files(result)) return give_up("cancelled");
+    return decide(result, progress_since(start));
   }
 
-  // Hashes what an earlier attempt or run left, instead of trusting it.
-  void take_up_existing_bytes(HANDLE part) {
+  // Hashes what an earlier attempt or run left, instead of trusting it. False when a stop was requested or the file
+  // could not be cut.
+  bool take_up_existing_bytes(HANDLE part) {
     position_ = 0;
     static_cast<void>(hasher_.reset());
     const uint64_t existing = size_or_zero(part);
-    if (existing == 0) return;
     if (existing <= job_.size && hash_existing_bytes(part, existing)) {
       position_ = existing;
-      return;
+      return true;
     }
-    truncate(part);
+    if (context_.stop.requested()) return false;
     static_cast<void>(hasher_.reset());
+    if (truncate(part)) return true;
+    note_failed_call();
+    return false;
   }
 
   bool hash_existing_bytes(HANDLE part, uint64_t existing) {
-    std::vector<uint8_t> buffer(part_chunk_bytes);
+    std::vector<uint8_t> buffer(std::min<uint64_t>(existing, part_chunk_bytes));
     for (uint64_t done = 0; done < existing;) {
+      if (context_.stop.requested()) return false;
       const DWORD wanted = static_cast<DWORD>(std::min<uint64_t>(existing - done, buffer.size()));
       DWORD got = 0;
       if (ReadFile(part, buffer.data(), wanted, &got, nullptr) == 0 || got != wanted) return false;
@@ -148,9 +164,9 @@ class BlobDownload {
     count_position();
   }
 
-  static void remove(const std::wstring& path) {
+  void remove(const std::wstring& path) {
     uint32_t delete_error = 0;
-    static_cast<void>(delete_file(path, delete_error));
+    static_cast<void>(delete_file(path, delete_error, &context_.stop));
   }
 
   TransferResult transfer(HANDLE part) {
@@ -174,7 +190,13 @@ class BlobDownload {
     return true;
   }
 
-  AttemptResult decide(TransferResult result, bool position_grew) {
+  Progress progress_since(uint64_t start) {
+    const uint64_t furthest_before = std::exchange(furthest_, std::max(furthest_, position_));
+    if (position_ == start) return Progress::none;
+    return position_ > furthest_before ? Progress::new_bytes : Progress::known_bytes;
+  }
+
+  AttemptResult decide(TransferResult result, Progress progress) {
     switch (result) {
       case TransferResult::ok: return verify();
       case TransferResult::cancelled: return give_up("cancelled");
@@ -185,17 +207,27 @@ class BlobDownload {
         if (is_missing_on_server(http_status_)) {
           return give_up("a required file is missing on the update server (HTTP " + std::to_string(http_status_) + ")");
         }
-        return retry_later(position_grew);
+        return retry_later(progress);
       case TransferResult::protocol:
         if (++protocol_errors_ == most_protocol_errors) return give_up(transfer_error_);
-        return retry_later(position_grew);
+        return retry_later(progress);
       case TransferResult::network: break;
     }
-    return retry_later(position_grew);
+    return retry_later(progress);
+  }
+
+  void note_failed_call() {
+    write_error_ = GetLastError();
+    write_failed_ = true;
+  }
+
+  AttemptResult after_failed_call() {
+    note_failed_call();
+    return after_write_failure();
   }
 
   AttemptResult after_write_failure() {
-    if (!write_failed_) return give_up("cancelled");  // the sink refused because of a stop
+    if (!write_failed_) return give_up("cancelled");  // a stop, not a failure
     if (write_error_ == ERROR_DISK_FULL || write_error_ == ERROR_HANDLE_DISK_FULL) return give_up("the disk is full");
     return give_up("cannot write a downloaded file: " + error_text(write_error_));
   }
@@ -207,8 +239,10 @@ class BlobDownload {
     return AttemptResult::try_again;
   }
 
-  AttemptResult retry_later(bool position_grew) {
-    stalls_ = position_grew ? 0 : stalls_ + 1;
+  // Bytes that an earlier attempt had already brought are no reason to hope, and none to give up.
+  AttemptResult retry_later(Progress progress) {
+    if (progress == Progress::new_bytes) stalls_ = 0;
+    if (progress == Progress::none) ++stalls_;
     if (stalls_ > most_stalls) return give_up(transfer_error_);
     const uint32_t pause_ms = first_retry_pause_ms << std::min(stalls_, most_pause_doublings);
     log::write("download of %s interrupted at %llu bytes (%s); retrying in %lu ms", job_.hash.c_str(), position_,
@@ -218,18 +252,26 @@ class BlobDownload {
 
   AttemptResult verify() {
     const std::string digest = hasher_.finish_text();
-    if (digest != job_.hash) return after_integrity_failure(digest);
+    if (digest != job_.hash) {
+      log::write("INTEGRITY FAILURE: %s hashed to %s", job_.hash.c_str(), digest.empty() ? "?" : digest.c_str());
+      return after_integrity_failure();
+    }
+    // The digest is that of the bytes written; another program may have made the file longer.
+    if (part_size_ != job_.size) {
+      log::write("INTEGRITY FAILURE: the file of %s has %llu bytes", job_.hash.c_str(), part_size_);
+      return after_integrity_failure();
+    }
     uint32_t move_error = 0;
-    if (!move_file(part_path_, context_.store.blob_path(job_.hash), move_error)) {
+    if (!move_file(part_path_, context_.store.blob_path(job_.hash), move_error, &context_.stop)) {
+      if (context_.stop.requested()) return give_up("cancelled");
       return give_up("cannot store a downloaded file: " + error_text(move_error));
     }
     log::write("downloaded + verified %s (%llu bytes)", job_.hash.c_str(), job_.size);
     return AttemptResult::finished;
   }
 
-  AttemptResult after_integrity_failure(const std::string& digest) {
+  AttemptResult after_integrity_failure() {
     constexpr size_t shown_digits = 16;
-    log::write("INTEGRITY FAILURE: %s hashed to %s", job_.hash.c_str(), digest.empty() ? "?" : digest.c_str());
     discard_part();
     furthest_ = 0;
     if (++integrity_failures_ < most_integrity_failures) return AttemptResult::try_again;
@@ -244,8 +286,9 @@ class BlobDownload {
 
   Sha256Hasher hasher_;  // over the bytes of the partial file
   uint64_t position_ = 0;
-  uint64_t furthest_ = 0;  // bytes fetched again after a restart are not new ones
-  uint64_t counted_ = 0;   // of this blob, in the shared progress_done
+  uint64_t furthest_ = 0;   // the largest position of any attempt
+  uint64_t counted_ = 0;    // of this blob, in the shared progress_done
+  uint64_t part_size_ = 0;  // of the partial file after an attempt
   bool write_failed_ = false;
   uint32_t write_error_ = 0;
   uint32_t http_status_ = 0;

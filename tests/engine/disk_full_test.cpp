@@ -1,6 +1,8 @@
-// A disk that refuses writes. It takes the place of the system's WriteFile in this program, so it is a program of its
-// own.
+// A disk that refuses what the download asks of it. It takes the place of some of the system's functions in this
+// program, so it is a program of its own.
 #include <windows.h>
+
+#include <functional>
 
 #include "engine/blob_download.h"
 #include "foundations/error_text.h"
@@ -10,12 +12,22 @@
 namespace kvx::test {
 namespace {
 
+enum class Call : uint8_t { none, write, cut, place, flush };
+
 struct Disk {
-  uint32_t refuses_with = 0;  // system error code, 0 while it takes everything
-  bool takes_half = false;    // of the next write, without an error, before it refuses
+  Call refuses = Call::none;
+  uint32_t code = 0;               // the system's error code of a refusal
+  bool takes_half = false;         // of the next write, without an error, before it refuses
+  bool cuts_in_name_only = false;  // a cut that succeeds changes nothing
+  std::function<void()> on_read = {};
 };
 
 Disk disk;
+
+template <typename Function>
+Function system_function(const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
+}
 
 bool is_partial_download(HANDLE file) {
   wchar_t path[MAX_PATH + 1] = {};
@@ -23,12 +35,15 @@ bool is_partial_download(HANDLE file) {
   return std::wstring_view(path).ends_with(L".part");
 }
 
+bool refuses(Call call, HANDLE file) {
+  if (disk.refuses != call || !is_partial_download(file)) return false;
+  SetLastError(disk.code);
+  return true;
+}
+
 BOOL WINAPI write_to_disk(HANDLE file, LPCVOID bytes, DWORD count, LPDWORD written, LPOVERLAPPED overlapped) {
-  static const auto system_write_file = reinterpret_cast<decltype(&WriteFile)>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "WriteFile")));
-  if (disk.refuses_with == 0 || !is_partial_download(file)) {
-    return system_write_file(file, bytes, count, written, overlapped);
-  }
+  static const auto system_write_file = system_function<decltype(&WriteFile)>("WriteFile");
+  if (!refuses(Call::write, file)) return system_write_file(file, bytes, count, written, overlapped);
   if (disk.takes_half) {
     disk.takes_half = false;
     system_write_file(file, bytes, count / 2, written, overlapped);
@@ -36,18 +51,46 @@ BOOL WINAPI write_to_disk(HANDLE file, LPCVOID bytes, DWORD count, LPDWORD writt
     return TRUE;
   }
   *written = 0;
-  SetLastError(disk.refuses_with);
+  SetLastError(disk.code);
   return FALSE;
+}
+
+BOOL WINAPI cut(HANDLE file) {
+  static const auto system_set_end_of_file = system_function<decltype(&SetEndOfFile)>("SetEndOfFile");
+  if (refuses(Call::cut, file)) return FALSE;
+  return disk.cuts_in_name_only && is_partial_download(file) ? TRUE : system_set_end_of_file(file);
+}
+
+BOOL WINAPI place(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER position, DWORD method) {
+  static const auto system_set_file_pointer = system_function<decltype(&SetFilePointerEx)>("SetFilePointerEx");
+  return refuses(Call::place, file) ? FALSE : system_set_file_pointer(file, distance, position, method);
+}
+
+BOOL WINAPI flush(HANDLE file) {
+  static const auto system_flush = system_function<decltype(&FlushFileBuffers)>("FlushFileBuffers");
+  return refuses(Call::flush, file) ? FALSE : system_flush(file);
+}
+
+BOOL WINAPI read_from_disk(HANDLE file, LPVOID buffer, DWORD count, LPDWORD got, LPOVERLAPPED overlapped) {
+  static const auto system_read_file = system_function<decltype(&ReadFile)>("ReadFile");
+  if (disk.on_read && is_partial_download(file)) disk.on_read();
+  return system_read_file(file, buffer, count, got, overlapped);
 }
 
 }  // namespace
 }  // namespace kvx::test
 
-// What a call of WriteFile goes through.
-extern "C" {
-extern decltype(&WriteFile) __imp_WriteFile;
-decltype(&WriteFile) __imp_WriteFile = &kvx::test::write_to_disk;
-}
+// What calls of these functions go through.
+#define KVX_REPLACE(function, replacement)                          \
+  extern "C" {                                                      \
+  extern decltype(&(function)) __imp_##function;                    \
+  decltype(&(function)) __imp_##function = &kvx::test::replacement; \
+  }
+KVX_REPLACE(WriteFile, write_to_disk)
+KVX_REPLACE(SetEndOfFile, cut)
+KVX_REPLACE(SetFilePointerEx, place)
+KVX_REPLACE(FlushFileBuffers, flush)
+KVX_REPLACE(ReadFile, read_from_disk)
 
 namespace kvx::test {
 namespace {
@@ -73,7 +116,7 @@ TEST_F(BlobDownloadToABadDisk, FailsAtOnceWithTheReason) {
         Case{ERROR_ACCESS_DENIED, "cannot write a downloaded file: " + error_text(ERROR_ACCESS_DENIED)}}) {
     for (const bool takes_half : {false, true}) {
       store_.clear_staging();
-      disk = {c.code, takes_half};
+      disk = {Call::write, c.code, takes_half};
       EXPECT_EQ(download(content), c.error) << takes_half;
       EXPECT_EQ(server_.requests().size(), ++requests) << "a full disk is not asked twice";
       EXPECT_EQ(ui_.progress_done, 0U);
@@ -83,6 +126,53 @@ TEST_F(BlobDownloadToABadDisk, FailsAtOnceWithTheReason) {
   EXPECT_THAT(log_.messages(), testing::IsEmpty());
   disk = {};
   EXPECT_EQ(download(content), "");
+}
+
+// A scanner that has the file mapped keeps it from being cut, for example.
+TEST_F(BlobDownloadToABadDisk, EndsAnAttemptWhoseFileCannotBeCutPlacedOrFlushed) {
+  const std::string content = "content";
+  server_.serve(blob_url_path(content), content);
+  for (const Call call : {Call::cut, Call::place, Call::flush}) {
+    for (const std::string& before : {content + " and a tail", content.substr(0, 3)}) {
+      if (call == Call::cut && before.size() < content.size()) continue;  // nothing to cut
+      store_.clear_staging();
+      write_text(part(content), before);
+      disk = {call, ERROR_USER_MAPPED_FILE};
+      EXPECT_EQ(download(content), "cannot write a downloaded file: " + error_text(ERROR_USER_MAPPED_FILE));
+      EXPECT_FALSE(exists(blob(content)));
+      disk = {call, ERROR_DISK_FULL};
+      EXPECT_EQ(download(content), "the disk is full");
+    }
+  }
+  EXPECT_THAT(clock_.sleeps(), testing::IsEmpty());
+  disk = {};
+  EXPECT_EQ(download(content), "");
+  EXPECT_EQ(read_text(blob(content)), content);
+}
+
+TEST_F(BlobDownloadToABadDisk, AcceptsNoFileThatIsLongerThanItsBlob) {
+  const std::string content = "content";
+  server_.serve(blob_url_path(content), content);
+  write_text(part(content), content + " and a tail");
+  disk.cuts_in_name_only = true;
+  EXPECT_EQ(download(content), "");  // at the second attempt, with a new file
+  EXPECT_EQ(read_text(blob(content)), content);
+  EXPECT_THAT(log_.messages(), testing::ElementsAre(line("INTEGRITY FAILURE: the file of ", content, " has 18 bytes"),
+                                                    line("downloaded + verified ", content, " (7 bytes)")));
+  EXPECT_EQ(ui_.progress_done, content.size());
+}
+
+TEST_F(BlobDownloadToABadDisk, StopsHashingAPartialFileWhenTheUserCancels) {
+  const std::string content(20'000'000, 'x');
+  const std::string before = content.substr(0, content.size() - 1);
+  write_text(part(content), before);
+  int reads = 0;
+  disk.on_read = [&] {
+    if (++reads == 2) ui_.cancel_requested = true;
+  };
+  EXPECT_EQ(download(content), "cancelled");
+  EXPECT_EQ(reads, 2);
+  EXPECT_EQ(read_text(part(content)), before);
 }
 
 }  // namespace
