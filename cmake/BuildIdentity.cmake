@@ -34,9 +34,10 @@ function(kvx_launcher_program target identity version)
     INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/resources"
     OBJECT_DEPENDS "${CMAKE_SOURCE_DIR}/resources/launcher.manifest;${CMAKE_SOURCE_DIR}/resources/launcher.ico")
   add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/launcher/main.cpp"
+                 "${CMAKE_SOURCE_DIR}/launcher/system_libraries.cpp"
                  "${CMAKE_SOURCE_DIR}/launcher/terminate_handler.cpp" "${resource_script}")
   target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${kvx_warnings}>)
   target_link_options(${target} PRIVATE -municode)
   target_link_libraries(${target} PRIVATE ${identity} kvx_system_clock kvx_launcher)
-  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+  set_target_properties(${target} PROPERTIES KVX_LATE_LIBRARIES ON RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
 endfunction()

@@ -33,11 +33,12 @@ uint64_t BlobStore::staged_bytes(const std::string& hash, uint64_t size) const {
   return 0;
 }
 
-void BlobStore::clear_staging() const {
+void BlobStore::clear_staging(const StopSignal* stop) const {
   for (const std::wstring& folder : {download_dir_, blobs_dir_}) {
     for (const std::wstring& name : list_folder(folder)) {
+      if (stop != nullptr && stop->requested()) return;
       uint32_t error = 0;
-      static_cast<void>(delete_file(folder + L'\\' + name, error));
+      static_cast<void>(delete_file(folder + L'\\' + name, error, stop));
     }
   }
 }

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string>
 
+#include "foundations/stop_signal.h"
+
 namespace kvx {
 
 class BlobStore {
@@ -28,8 +30,9 @@ class BlobStore {
   // download reads the content before it trusts it.
   [[nodiscard]] uint64_t staged_bytes(const std::string& hash, uint64_t size) const;
 
-  // Deletes everything in both folders; what cannot be deleted stays.
-  void clear_staging() const;
+  // Deletes everything in both folders; what cannot be deleted stays. Ends early when `stop`, which may be null, is
+  // requested.
+  void clear_staging(const StopSignal* stop = nullptr) const;
 
  private:
   std::wstring download_dir_;

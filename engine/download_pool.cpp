@@ -1,8 +1,8 @@
 #include "engine/download_pool.h"
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 namespace kvx {
@@ -10,23 +10,18 @@ namespace {
 
 constexpr size_t most_threads = 3;
 
+// Shared by its threads, of which any may be the last to use it.
 class DownloadPool {
  public:
   DownloadPool(const BlobDownloadContext& context, std::atomic<bool>& stop_workers, std::vector<BlobJob> jobs)
-      : context_(context), stop_workers_(stop_workers), jobs_(std::move(jobs)) {}
-
-  bool run(std::string& error) {
+      : context_(context), stop_workers_(stop_workers), jobs_(std::move(jobs)) {
     // Largest first, so that the threads finish close together.
     std::sort(jobs_.begin(), jobs_.end(), [](const BlobJob& a, const BlobJob& b) { return a.size > b.size; });
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < std::min(jobs_.size(), most_threads); ++i) threads.emplace_back([this] { work(); });
-    for (std::thread& thread : threads) thread.join();
-    error = first_error_;
-    if (error.empty() && context_.ui.cancel_requested) error = "cancelled";
-    return error.empty();
   }
 
- private:
+  [[nodiscard]] size_t thread_count() const { return std::min(jobs_.size(), most_threads); }
+
+  // The body of each thread.
   void work() {
     while (!context_.stop.requested()) {
       const size_t index = next_job_.fetch_add(1);
@@ -36,13 +31,21 @@ class DownloadPool {
     }
   }
 
+  [[nodiscard]] bool result(std::string& error) {
+    const std::lock_guard guard(lock_);
+    error = first_error_;
+    if (error.empty() && context_.ui.cancel_requested) error = "cancelled";
+    return error.empty();
+  }
+
+ private:
   void on_failure(const std::string& error) {
     const std::lock_guard guard(lock_);
     if (first_error_.empty() && error != "cancelled") first_error_ = error;
     stop_workers_.exchange(true);
   }
 
-  const BlobDownloadContext& context_;
+  const BlobDownloadContext context_;
   std::atomic<bool>& stop_workers_;
   std::vector<BlobJob> jobs_;
   std::atomic<size_t> next_job_{0};
@@ -50,11 +53,35 @@ class DownloadPool {
   std::string first_error_;
 };
 
+struct SingleDownload {
+  BlobDownloadContext context;
+  BlobJob job;
+  bool finished = false;
+  std::string error;
+};
+
 }  // namespace
 
-bool download_all(const BlobDownloadContext& context, std::atomic<bool>& stop_workers, std::vector<BlobJob> jobs,
+bool download_all(const BlobDownloadContext& context, TransferThreads& threads, std::atomic<bool>& stop_workers,
+                  std::vector<BlobJob> jobs, std::string& error) {
+  const auto pool = std::make_shared<DownloadPool>(context, stop_workers, std::move(jobs));
+  // Threads left behind count as stopped.
+  if (pool->thread_count() > 0) static_cast<void>(threads.run(pool->thread_count(), [pool] { pool->work(); }));
+  return pool->result(error);
+}
+
+bool download_one(const BlobDownloadContext& context, TransferThreads& threads, const BlobJob& job,
                   std::string& error) {
-  return DownloadPool(context, stop_workers, std::move(jobs)).run(error);
+  const auto download = std::make_shared<SingleDownload>(SingleDownload{context, job, false, {}});
+  const auto body = [download] {
+    download->finished = download_blob(download->context, download->job, download->error);
+  };
+  if (!threads.run(1, body)) {
+    error = "cancelled";
+    return false;
+  }
+  error = download->error;
+  return download->finished;
 }
 
 }  // namespace kvx

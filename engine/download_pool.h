@@ -1,4 +1,5 @@
-// Downloads a list of blobs with up to three threads.
+// Downloads blobs on threads of their own, so that a stop never waits for one that is stuck in the network: it is left
+// behind (net/transfer_threads.h). All that a context refers to must outlive `threads`.
 #pragma once
 
 #include <atomic>
@@ -6,13 +7,18 @@
 #include <vector>
 
 #include "engine/blob_download.h"
+#include "net/transfer_threads.h"
 
 namespace kvx {
 
-// True when every blob is in the store, verified. The first failure raises `stop_workers`, which must be one of the
-// flags that `context.stop` listens to, and so ends the others; `error` is that first failure's own text, or
-// "cancelled" when the user stopped it. Blocks the calling thread until all its threads have ended.
-[[nodiscard]] bool download_all(const BlobDownloadContext& context, std::atomic<bool>& stop_workers,
-                                std::vector<BlobJob> jobs, std::string& error);
+// Downloads a list of blobs with up to three threads. True when every blob is in the store, verified. The first failure
+// raises `stop_workers`, which must be one of the flags that `context.stop` and `threads` listen to, and so ends the
+// others; `error` is that first failure's own text, or "cancelled" when the user stopped it.
+[[nodiscard]] bool download_all(const BlobDownloadContext& context, TransferThreads& threads,
+                                std::atomic<bool>& stop_workers, std::vector<BlobJob> jobs, std::string& error);
+
+// download_blob for one blob, on one of `threads`.
+[[nodiscard]] bool download_one(const BlobDownloadContext& context, TransferThreads& threads, const BlobJob& job,
+                                std::string& error);
 
 }  // namespace kvx

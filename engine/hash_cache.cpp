@@ -64,7 +64,7 @@ void HashCache::drop(const std::string& path) {
   if (entries_.erase(entry_key(path)) > 0) dirty_ = true;
 }
 
-bool HashCache::save() {
+bool HashCache::save(const StopSignal* stop) {
   if (!dirty_) return true;
   std::string text;
   text.reserve(entries_.size() * usual_line_bytes);
@@ -78,7 +78,8 @@ bool HashCache::save() {
     text += entry.path;
     text += '\n';
   }
-  if (!write_file_atomic(path_, text)) return false;
+  uint32_t error = 0;
+  if (!write_file_atomic(path_, text, error, stop)) return false;
   dirty_ = false;
   return true;
 }

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "foundations/stop_signal.h"
+
 namespace kvx {
 
 class HashCache {
@@ -25,8 +27,9 @@ class HashCache {
   void put(const std::string& path, uint64_t size, uint64_t last_write_time, const std::string& sha256);
   void drop(const std::string& path);
 
-  // Writes nothing when nothing changed since the last load or save. On failure the file on disk stays as it was.
-  [[nodiscard]] bool save();
+  // Writes nothing when nothing changed since the last load or save. On failure the file on disk stays as it was. A
+  // program that holds the file is waited for, until `stop`, which may be null, is requested.
+  [[nodiscard]] bool save(const StopSignal* stop = nullptr);
 
  private:
   struct Entry {

@@ -26,18 +26,21 @@ class Install {
   bool run() {
     context_.ui.start_progress(ProgressMode::files, to_place_.size() + manifest_.remove.size());
     context_.ui.show_status(L"Installing the update...", L"");
-    mark_unfinished();
-    if (!place_files() || !remove_files()) return false;
+    if (!mark_unfinished() || !place_files() || !remove_files()) return false;
     static_cast<void>(context_.cache.save());
     return true;
   }
 
  private:
-  // Saved before any file is touched, so that the next run notices an install that never ended.
-  void mark_unfinished() {
+  // On the disk before any file is touched, so that the next run notices an install that never ended.
+  bool mark_unfinished() {
     context_.state.set(state_key::complete, "0");
     context_.state.set(state_key::updating_serial, std::to_string(manifest_.serial));
-    static_cast<void>(context_.state.save());
+    uint32_t error = 0;
+    while (!context_.state.save(error)) {
+      if (!ask_to_retry(replacing, ".kvx_patch/state.txt", error)) return false;
+    }
+    return true;
   }
 
   [[nodiscard]] ContentGroups group_by_content() const {
@@ -64,7 +67,7 @@ class Install {
     const std::wstring target = destination(file.native_path);
     uint32_t error = 0;
     while (!try_to_place(file, target, is_last_use, error)) {
-      if (!ask_to_retry({"replace", L"Could not replace the file\n", "could not replace "}, file.path, error)) {
+      if (!ask_to_retry(replacing, file.path, error)) {
         return false;
       }
     }
@@ -83,7 +86,7 @@ class Install {
     if (is_last_use) return move_file(blob, target, error);
     const std::wstring copy = target + L".copy";
     clear_read_only(copy);  // one left behind may be a copy of a read-only file
-    return copy_file(blob, copy, error) && move_file(copy, target, error);
+    return copy_file(blob, copy, error) && flush_file(copy, error) && move_file(copy, target, error);
   }
 
   bool remove_files() {
@@ -99,7 +102,7 @@ class Install {
   bool remove_file(const ManifestRemoval& removal, const std::wstring& target) {
     uint32_t error = 0;
     while (!delete_file(target, error)) {
-      if (!ask_to_retry({"remove", L"Could not delete the old file\n", "could not delete "}, removal.path, error)) {
+      if (!ask_to_retry(removing, removal.path, error)) {
         return false;
       }
     }
@@ -112,6 +115,8 @@ class Install {
     const wchar_t* question;
     const char* reason;
   };
+  static constexpr FailureTexts replacing = {"replace", L"Could not replace the file\n", "could not replace "};
+  static constexpr FailureTexts removing = {"remove", L"Could not delete the old file\n", "could not delete "};
 
   // False when the user gives up; the reason is then set.
   bool ask_to_retry(const FailureTexts& texts, const std::string& path, uint32_t error) {

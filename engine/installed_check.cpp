@@ -23,7 +23,7 @@ class InstalledCheck {
       if (!judge_by_content(index)) return false;
       save_cache();
     }
-    static_cast<void>(context_.cache.save());
+    static_cast<void>(context_.cache.save(&context_.stop));
     context_.ui.end_progress();
     return true;
   }
@@ -32,7 +32,7 @@ class InstalledCheck {
   // After every file, so that the work of a long check survives a cancel or a crash. A cache that something holds takes
   // seconds to fail; it is not waited for again before the end.
   void save_cache() {
-    if (cache_can_be_saved_) cache_can_be_saved_ = context_.cache.save();
+    if (cache_can_be_saved_) cache_can_be_saved_ = context_.cache.save(&context_.stop);
   }
 
   [[nodiscard]] std::wstring full_path(const ManifestFile& file) const {

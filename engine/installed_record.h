@@ -20,9 +20,13 @@ struct Release {
 };
 
 // Writes the copies first and the state, with "complete" set to "1", last and in one save, so that a state that says
-// complete always has copies at least as new as itself. Failures to write are not reported.
+// complete has copies at least as new as itself wherever they could be written. Failures to write are logged only.
+// Programs that hold a file are waited for, until `stop`, which may be null, is requested.
 void record_installed(const std::wstring& staging_dir, const std::string& channel, const Release& release,
-                      StateFile& state);
+                      StateFile& state, const StopSignal* stop = nullptr);
+
+// Writes each copy again that is not what `release` has, as after a failed write.
+void repair_installed_copies(const std::wstring& staging_dir, const Release& release, const StopSignal* stop);
 
 // Reads the copies back, trusting them only with a valid signature. On failure returns false and `error` is the reason.
 [[nodiscard]] bool load_installed_manifest(const std::wstring& staging_dir, std::wstring_view own_name,

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "foundations/clock.h"
+#include "foundations/error_text.h"
 #include "foundations/files.h"
 #include "foundations/log.h"
 #include "foundations/paths.h"
@@ -35,15 +36,34 @@ std::wstring previous_launcher_path(const std::wstring& self_path) {
   return stem + L".old.exe";
 }
 
+std::wstring installed_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.exe"; }
+
 std::wstring new_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.new.exe"; }
+
+void restore_missing_launcher(const std::wstring& self_path, const std::wstring& install_dir,
+                              const std::wstring& temporary) {
+  const std::wstring installed = installed_launcher_path(install_dir);
+  const bool runs_from_a_self_update = equals_ignore_case(self_path, new_launcher_path(install_dir)) ||
+                                       equals_ignore_case(self_path, previous_launcher_path(installed));
+  if (!runs_from_a_self_update || is_file(installed)) return;
+  uint32_t error = 0;
+  if (copy_file(self_path, temporary, error) && flush_file(temporary, error) &&
+      move_file(temporary, installed, error)) {
+    log::write("KVXLauncher.exe was missing: restored from %s", to_utf8(file_name(self_path)).c_str());
+    return;
+  }
+  log::write("KVXLauncher.exe is missing and cannot be restored: %s", error_text(error).c_str());
+}
 
 void remove_previous_launcher(const std::wstring& self_path, const std::wstring& install_dir) {
   const std::wstring previous = previous_launcher_path(self_path);
   if (is_file(previous) && delete_patiently(previous)) {
     log::write("removed previous launcher %s", to_utf8(previous).c_str());
   }
+  const std::wstring new_file = new_launcher_path(install_dir);
+  if (equals_ignore_case(self_path, new_file)) return;  // a running program's file cannot be deleted
   uint32_t error = 0;
-  static_cast<void>(delete_file(new_launcher_path(install_dir), error));
+  static_cast<void>(delete_file(new_file, error));
 }
 
 }  // namespace kvx

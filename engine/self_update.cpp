@@ -19,7 +19,7 @@ class SelfUpdate {
  public:
   SelfUpdate(const SelfUpdateContext& context, const LauncherEntry& entry)
       : context_(context),
-        ui_(context.download.ui),
+        ui_(context.ui),
         entry_(entry),
         new_path_(new_launcher_path(context.install_dir)),
         previous_path_(previous_launcher_path(context.self_path)) {}
@@ -27,15 +27,25 @@ class SelfUpdate {
   SelfUpdateResult run() {
     if (!is_wanted()) return SelfUpdateResult::go_on;
     std::string error;
-    if (!download(error)) {
-      if (ui_.cancel_requested) return SelfUpdateResult::cancelled;
-      log::write("launcher download failed (%s); continuing with the current launcher", error.c_str());
-      return SelfUpdateResult::go_on;
-    }
-    return swap_files() && hand_over() ? SelfUpdateResult::handed_over : SelfUpdateResult::go_on;
+    const bool downloaded = download(error);
+    ui_.allow_cancel(false);
+    const SelfUpdateResult result = downloaded ? finish() : after_failed_download(error);
+    if (result == SelfUpdateResult::go_on) ui_.allow_cancel(true);
+    return result;
   }
 
  private:
+  SelfUpdateResult finish() {
+    if (ui_.cancel_requested) return SelfUpdateResult::cancelled;
+    return swap_files() && hand_over() ? SelfUpdateResult::handed_over : SelfUpdateResult::go_on;
+  }
+
+  SelfUpdateResult after_failed_download(const std::string& error) {
+    if (ui_.cancel_requested) return SelfUpdateResult::cancelled;
+    log::write("launcher download failed (%s); continuing with the current launcher", error.c_str());
+    return SelfUpdateResult::go_on;
+  }
+
   bool is_wanted() {
     const std::string own_digest = hash_own_file();
     log::write("launcher: running %s (%s), manifest names %s (%s)", context_.own_version, own_digest.c_str(),
@@ -45,6 +55,10 @@ class SelfUpdate {
     // A delivered file that does not report the version it was named by would be fetched again and again.
     if (context_.self_updated) {
       log::write("launcher was just updated but the manifest still names a newer one: not updating again");
+      return false;
+    }
+    if (equals_ignore_case(context_.self_path, new_path_)) {
+      log::write("launcher runs as KVXLauncher.new.exe: not updating it");
       return false;
     }
     return true;
@@ -64,16 +78,16 @@ class SelfUpdate {
   bool download(std::string& error) {
     ui_.show_status(L"Updating the launcher...", L"");
     ui_.start_progress(ProgressMode::transfer, entry_.size);
-    context_.download.store.create_folders();
-    const bool downloaded = download_blob(context_.download, {entry_.sha256, entry_.size}, error);
+    context_.store.create_folders();
+    const bool downloaded = context_.download_blob(entry_.sha256, entry_.size, error);
     ui_.end_progress();
     return downloaded;
   }
 
-  // On failure every file is back where it was.
+  // A step that fails is undone.
   bool swap_files() {
     uint32_t error = 0;
-    if (!move_file(context_.download.store.blob_path(entry_.sha256), new_path_, error)) {
+    if (!move_file(context_.store.blob_path(entry_.sha256), new_path_, error)) {
       log::write("self-update: cannot place KVXLauncher.new.exe: %s", error_text(error).c_str());
       return false;
     }
@@ -113,21 +127,27 @@ class SelfUpdate {
     return line;
   }
 
+  // Each step is tried whatever became of the one before it: even where the new launcher stays in place, moving the
+  // previous one over it brings the old state back.
   void roll_back() {
     uint32_t error = 0;
-    static_cast<void>(move_file(context_.self_path, new_path_, error));
+    if (!move_file(context_.self_path, new_path_, error)) log_failed_undo("move the new launcher away", error);
     restore_previous_file();
     delete_new_file();
   }
 
   void restore_previous_file() {
     uint32_t error = 0;
-    static_cast<void>(move_file(previous_path_, context_.self_path, error));
+    if (!move_file(previous_path_, context_.self_path, error)) log_failed_undo("restore the previous launcher", error);
   }
 
   void delete_new_file() {
     uint32_t error = 0;
-    static_cast<void>(delete_file(new_path_, error));
+    if (!delete_file(new_path_, error)) log_failed_undo("delete KVXLauncher.new.exe", error);
+  }
+
+  static void log_failed_undo(const char* step, uint32_t error) {
+    log::write("self-update: cannot %s: %s", step, error_text(error).c_str());
   }
 
   const SelfUpdateContext& context_;

@@ -1,19 +1,25 @@
 // Replaces the running launcher when a release names a newer one: downloads it as a blob, swaps the program files, and
-// starts the new launcher with the same options. Every failed step is undone, and the run goes on with the launcher
-// that is in place. For the worker thread.
+// starts the new launcher with the same options. A failed step is undone as far as the system lets it, each failure is
+// logged, and the run goes on with the launcher that is in place. The user cannot cancel while the files are swapped.
+// For the worker thread.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "engine/blob_download.h"
+#include "engine/blob_store.h"
 #include "manifest/manifest.h"
+#include "ui/ui.h"
 
 namespace kvx {
 
 struct SelfUpdateContext {
-  const BlobDownloadContext& download;
+  Ui& ui;
+  const BlobStore& store;
+  // Brings one blob into the store; false with the reason, also when a stop was requested.
+  std::function<bool(const std::string& hash, uint64_t size, std::string& error)> download_blob;
   const std::wstring& self_path;
   const std::wstring& install_dir;
   const char* own_version;

@@ -1,7 +1,5 @@
 #include "engine/state_file.h"
 
-#include <cstdint>
-
 #include "engine/text_lines.h"
 #include "foundations/files.h"
 
@@ -36,10 +34,15 @@ std::string StateFile::get_or_empty(const std::string& key) const { return get(k
 
 void StateFile::set(const std::string& key, const std::string& value) { values_[key] = value; }
 
-bool StateFile::save() const {
+bool StateFile::save(uint32_t& error, const StopSignal* stop) const {
   std::string text;
   for (const auto& [key, value] : values_) text += key + "=" + value + "\n";
-  return write_file_atomic(path_, text);
+  return write_file_atomic(path_, text, error, stop);
+}
+
+bool StateFile::save() const {
+  uint32_t error = 0;
+  return save(error);
 }
 
 }  // namespace kvx

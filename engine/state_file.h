@@ -2,9 +2,12 @@
 // docs/formats.md. A missing, unreadable or oversized file counts as empty. For the worker thread.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+
+#include "foundations/stop_signal.h"
 
 namespace kvx {
 
@@ -31,8 +34,12 @@ class StateFile {
   // Neither may hold a line break.
   void set(const std::string& key, const std::string& value);
 
-  // On failure the file on disk stays as it was.
+  // On failure the file on disk stays as it was. A program that holds it is waited for, until `stop`, which may be
+  // null, is requested.
+  [[nodiscard]] bool save(uint32_t& error, const StopSignal* stop = nullptr) const;
   [[nodiscard]] bool save() const;
+
+  [[nodiscard]] const std::wstring& path() const { return path_; }
 
  private:
   std::wstring path_;

@@ -27,14 +27,29 @@ bool is_passing(uint32_t error) {
   return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
 }
 
-// Calls `attempt` until it succeeds, fails with an error that will not pass, or has had all its tries.
+// False when a stop was requested before the pause was over.
+bool pause(uint32_t milliseconds, const StopSignal* stop) {
+  constexpr uint32_t poll_ms = 100;
+  while (milliseconds > 0) {
+    if (stop != nullptr && stop->requested()) return false;
+    const uint32_t step_ms = stop == nullptr ? milliseconds : std::min(milliseconds, poll_ms);
+    sleep_ms(step_ms);
+    milliseconds -= step_ms;
+  }
+  return true;
+}
+
+// Calls `attempt` until it succeeds, fails with an error that will not pass, or has had all its tries. After a stop it
+// has one more, a moment later.
 template <typename Attempt>
-bool with_retries(Attempt attempt, uint32_t& error) {
+bool with_retries(Attempt attempt, uint32_t& error, const StopSignal* stop) {
   error = 0;
+  bool stopped = false;
   for (uint32_t tries = 0;;) {
     if (attempt(error)) return true;
-    if (!is_passing(error)) return false;
-    sleep_ms(first_retry_pause_ms + retry_pause_step_ms * tries);
+    if (!is_passing(error) || stopped) return false;
+    stopped = !pause(first_retry_pause_ms + retry_pause_step_ms * tries, stop);
+    if (stopped) sleep_ms(first_retry_pause_ms);
     ++tries;
     if (tries == retry_attempts) return false;
   }
@@ -47,6 +62,14 @@ bool move_file_once(const std::wstring& from, const std::wstring& to, uint32_t& 
   }
   error = GetLastError();
   if (error == ERROR_ACCESS_DENIED) clear_read_only(to);  // a read-only target refuses replacement
+  return false;
+}
+
+bool flush_file_once(const std::wstring& path, uint32_t& error) {
+  const FileHandle file(CreateFileW(long_path(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (file) return flush_to_disk(file.get(), error);
+  error = GetLastError();
   return false;
 }
 
@@ -132,7 +155,7 @@ bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes) {
   return false;
 }
 
-bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error) {
+bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error, const StopSignal* stop) {
   const std::wstring temporary = path + L".tmp";
   FileHandle file(CreateFileW(long_path(temporary).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -142,7 +165,7 @@ bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint3
   }
   const bool on_disk = write_all(file.get(), bytes.data(), bytes.size(), error) && flush_to_disk(file.get(), error);
   file.reset();
-  if (on_disk && move_file(temporary, path, error)) return true;
+  if (on_disk && move_file(temporary, path, error, stop)) return true;
   DeleteFileW(long_path(temporary).c_str());
   return false;
 }
@@ -152,12 +175,12 @@ bool write_file_atomic(const std::wstring& path, const std::string& bytes) {
   return write_file_atomic(path, bytes, error);
 }
 
-bool move_file(const std::wstring& from, const std::wstring& to, uint32_t& error) {
-  return with_retries([&](uint32_t& attempt_error) { return move_file_once(from, to, attempt_error); }, error);
+bool move_file(const std::wstring& from, const std::wstring& to, uint32_t& error, const StopSignal* stop) {
+  return with_retries([&](uint32_t& attempt_error) { return move_file_once(from, to, attempt_error); }, error, stop);
 }
 
-bool delete_file(const std::wstring& path, uint32_t& error) {
-  return with_retries([&](uint32_t& attempt_error) { return delete_file_once(path, attempt_error); }, error);
+bool delete_file(const std::wstring& path, uint32_t& error, const StopSignal* stop) {
+  return with_retries([&](uint32_t& attempt_error) { return delete_file_once(path, attempt_error); }, error, stop);
 }
 
 bool delete_file_once(const std::wstring& path, uint32_t& error) {
@@ -171,6 +194,10 @@ bool copy_file(const std::wstring& from, const std::wstring& to, uint32_t& error
   if (CopyFileExW(long_path(from).c_str(), long_path(to).c_str(), nullptr, nullptr, nullptr, 0) != 0) return true;
   error = GetLastError();
   return false;
+}
+
+bool flush_file(const std::wstring& path, uint32_t& error) {
+  return with_retries([&](uint32_t& attempt_error) { return flush_file_once(path, attempt_error); }, error, nullptr);
 }
 
 void clear_read_only(const std::wstring& path) {

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "foundations/stop_signal.h"
+
 namespace kvx {
 
 struct FileStamp {
@@ -37,23 +39,29 @@ struct FileStamp {
 [[nodiscard]] bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes);
 
 // Writes a sibling named `path` + ".tmp", flushes it to the disk and moves it into place, so that `path` never holds
-// half of its content. On failure the old file is untouched and the sibling is gone.
-[[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error);
+// half of its content. On failure the old file is untouched and the sibling is gone. Waits like move_file.
+[[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error,
+                                     const StopSignal* stop = nullptr);
 [[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes);
 
 // Replaces an existing target, also a read-only one. Waits out programs that hold a file (sharing, lock and access
-// errors) for about 6 seconds; any other error fails at once.
-[[nodiscard]] bool move_file(const std::wstring& from, const std::wstring& to, uint32_t& error);
+// errors) for about 6 seconds, or a moment longer than until `stop`, which may be null, is requested; any other error
+// fails at once.
+[[nodiscard]] bool move_file(const std::wstring& from, const std::wstring& to, uint32_t& error,
+                             const StopSignal* stop = nullptr);
 
 // Waits like move_file, and deletes read-only files too. A file that is already gone counts as deleted; `error` then
 // still receives the code.
-[[nodiscard]] bool delete_file(const std::wstring& path, uint32_t& error);
+[[nodiscard]] bool delete_file(const std::wstring& path, uint32_t& error, const StopSignal* stop = nullptr);
 
 // One try of delete_file, for callers with a waiting schedule of their own.
 [[nodiscard]] bool delete_file_once(const std::wstring& path, uint32_t& error);
 
 // Overwrites an existing target. No retries.
 [[nodiscard]] bool copy_file(const std::wstring& from, const std::wstring& to, uint32_t& error);
+
+// Puts the content of an existing file on the disk. Waits like move_file.
+[[nodiscard]] bool flush_file(const std::wstring& path, uint32_t& error);
 
 void clear_read_only(const std::wstring& path);
 

@@ -7,13 +7,22 @@ namespace {
 
 constexpr wchar_t separators[] = L"\\/";
 constexpr size_t drive_root_chars = 3;  // "C:\"
+constexpr std::wstring_view plain_prefix = LR"(\\?\)";
+constexpr std::wstring_view unc_prefix = LR"(\\?\UNC\)";
+constexpr std::wstring_view unc_start = LR"(\\)";
 
 }  // namespace
 
 std::wstring long_path(const std::wstring& path) {
-  if (path.starts_with(LR"(\\?\)")) return path;
-  if (path.starts_with(LR"(\\)")) return LR"(\\?\UNC\)" + path.substr(2);
-  return LR"(\\?\)" + path;
+  if (path.starts_with(plain_prefix)) return path;
+  if (path.starts_with(unc_start)) return std::wstring(unc_prefix) + path.substr(unc_start.size());
+  return std::wstring(plain_prefix) + path;
+}
+
+std::wstring without_long_path_prefix(const std::wstring& path) {
+  if (path.starts_with(unc_prefix)) return std::wstring(unc_start) + path.substr(unc_prefix.size());
+  if (path.starts_with(plain_prefix)) return path.substr(plain_prefix.size());
+  return path;
 }
 
 std::wstring full_path(const std::wstring& path) {

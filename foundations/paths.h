@@ -9,6 +9,9 @@ namespace kvx {
 // "\\?\UNC\server\share" for "\\server\share", unchanged when it already starts with "\\?\". The path must be full.
 [[nodiscard]] std::wstring long_path(const std::wstring& path);
 
+// The path without the prefixes that long_path adds.
+[[nodiscard]] std::wstring without_long_path_prefix(const std::wstring& path);
+
 // The absolute path without trailing separators; a drive root keeps its own ("C:\").
 [[nodiscard]] std::wstring full_path(const std::wstring& path);
 

@@ -12,6 +12,8 @@ class StopSignal {
   StopSignal(const std::atomic<bool>& cancel_requested, const std::atomic<bool>& stop_workers)
       : cancel_requested_(&cancel_requested), stop_workers_(&stop_workers) {}
 
+  explicit StopSignal(const std::atomic<bool>& cancel_requested) : StopSignal(cancel_requested, cancel_requested) {}
+
   [[nodiscard]] bool requested() const { return cancel_requested_->load() || stop_workers_->load(); }
 
   // Waits in steps of 100 ms. False as soon as a stop is seen, true when the time ran out without one.

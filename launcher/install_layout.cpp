@@ -7,14 +7,6 @@
 namespace kvx {
 namespace {
 
-std::wstring without_long_path_prefix(const std::wstring& path) {
-  constexpr std::wstring_view unc_prefix = LR"(\\?\UNC\)";
-  constexpr std::wstring_view plain_prefix = LR"(\\?\)";
-  if (path.starts_with(unc_prefix)) return LR"(\\)" + path.substr(unc_prefix.size());
-  if (path.starts_with(plain_prefix)) return path.substr(plain_prefix.size());
-  return path;
-}
-
 // Without the backslash of a drive root, so that a backslash and a name can always follow.
 std::wstring folder_of(const std::wstring& file) {
   std::wstring folder = parent_path(file);

@@ -3,7 +3,9 @@
 #include <cstdint>
 
 #include "launcher/options.h"
+#include "launcher/process_end.h"
 #include "launcher/run_outcome.h"
+#include "launcher/system_libraries.h"
 #include "launcher/updater.h"
 #include "ui/window.h"
 
@@ -14,12 +16,15 @@ int32_t run_update(const kvx::Options& options, kvx::Ui& ui) {
   kvx::Updater updater(options, ui);
   const kvx::RunOutcome outcome = updater.run();
   updater.write_result(outcome);
+  if (updater.has_left_transfer_behind()) kvx::end_process(outcome);
   return static_cast<int32_t>(outcome);
 }
 
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, PWSTR /*command_line*/, int /*show*/) {
+  kvx::use_system_libraries_only();
+  kvx::end_process_without_memory();
   const kvx::Options options = kvx::parse_command_line();
   kvx::Window window;
   if (!window.create(instance, {options.unattended, options.hidden})) {

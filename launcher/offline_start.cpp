@@ -40,6 +40,7 @@ RunOutcome start_offline(const OfflineStartContext& context, RunOutcome code, co
     log::write("installed manifest unusable: %s", reason.c_str());
     installed = Manifest();
   }
+  if (ui.cancel_requested) return RunOutcome::cancelled;
   const std::string exe = manifest_usable ? installed.exe : default_exe;
   if (!is_file(layout.install_dir + L'\\' + native_path(exe))) {
     static_cast<void>(ui.message_box(message +

@@ -117,14 +117,16 @@ bool Updater::is_not_older(int64_t serial, std::wstring& refusal) const {
 }
 
 RunOutcome Updater::update_launcher(const LauncherEntry& entry) {
-  const BlobDownloadContext download = download_context();
-  const SelfUpdateContext context{download,
-                                  layout_.self_path,
-                                  layout_.install_dir,
-                                  launcher_version(),
-                                  options_.self_updated,
-                                  options_.forwarded_options,
-                                  options_.passthrough_args};
+  const SelfUpdateContext context{
+      ui_,
+      store_,
+      [this](const std::string& hash, uint64_t size, std::string& error) { return download_blob(hash, size, error); },
+      layout_.self_path,
+      layout_.install_dir,
+      launcher_version(),
+      options_.self_updated,
+      options_.forwarded_options,
+      options_.passthrough_args};
   switch (kvx::update_launcher(context, entry)) {
     case SelfUpdateResult::cancelled: return RunOutcome::cancelled;
     case SelfUpdateResult::handed_over:
@@ -143,8 +145,10 @@ RunOutcome Updater::bring_up_to(const Release& release) {
   work.files_to_remove = count_removable(manifest, layout_.install_dir);
   if (work.files_to_replace.empty() && work.files_to_remove == 0) return finish_up_to_date(release);
 
-  plan_downloads(manifest, store_, work);
+  plan_downloads(
+      manifest, [this](const std::string& hash, uint64_t size) { return staged_bytes(hash, size); }, work);
   log_work(manifest, work);
+  if (ui_.cancel_requested) return RunOutcome::cancelled;  // while the blobs were looked for
   if (work.first_install && !confirm_first_install(manifest, work)) return RunOutcome::cancelled;
   if (!ensure_disk_space(work.needed_bytes)) {
     result_message_ = "not enough disk space";
@@ -163,9 +167,12 @@ RunOutcome Updater::finish_up_to_date(const Release& release) {
   log::write("installation matches version %s", manifest.version.c_str());
   if (state_.get_or_empty(state_key::installed_serial) != std::to_string(manifest.serial) ||
       state_.get_or_empty(state_key::complete) != "1") {
-    record_installed(layout_.staging_dir, channel_, release, state_);
+    record_installed(layout_.staging_dir, channel_, release, state_, &stop_);
+  } else {
+    repair_installed_copies(layout_.staging_dir, release, &stop_);
   }
-  clear_staging();
+  clear_staging(&stop_);
+  if (ui_.cancel_requested) return RunOutcome::cancelled;
   ui_.allow_cancel(false);
   ui_.show_status(L"KVX " + to_wide(manifest.version) + L" is up to date.", L"");
   result_message_ = "up to date " + manifest.version;

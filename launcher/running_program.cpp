@@ -4,6 +4,7 @@
 #include <tlhelp32.h>
 
 #include "foundations/log.h"
+#include "foundations/paths.h"
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
 #include "ui/prompts.h"
@@ -22,19 +23,49 @@ std::wstring image_path_of(DWORD process_id) {
   return path;
 }
 
+// The folder's path as the system names images in it, also where the folder is reached through a drive that stands for
+// another folder. Empty when the system does not say.
+std::wstring final_path(const std::wstring& folder) {
+  const FileHandle handle(CreateFileW(long_path(folder + L'\\').c_str(), 0,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  if (!handle) return {};
+  std::wstring path(GetFinalPathNameByHandleW(handle.get(), nullptr, 0, FILE_NAME_NORMALIZED), L'\0');
+  path.resize(
+      GetFinalPathNameByHandleW(handle.get(), path.data(), static_cast<DWORD>(path.size()), FILE_NAME_NORMALIZED));
+  path = without_long_path_prefix(path);
+  if (path.ends_with(L'\\')) path.pop_back();
+  return path;
+}
+
+// The two names that the install folder may have.
+class BelowFolder {
+ public:
+  explicit BelowFolder(const std::wstring& folder)
+      // With the backslash, a sibling folder whose name merely starts with this one's does not match.
+      : given_(folder + L'\\'), final_(final_path(folder) + L'\\') {}
+
+  [[nodiscard]] bool contains(const std::wstring& path) const {
+    return starts_with_ignore_case(path, given_) || (final_.size() > 1 && starts_with_ignore_case(path, final_));
+  }
+
+ private:
+  const std::wstring given_;
+  const std::wstring final_;
+};
+
 }  // namespace
 
 bool find_running_program(const std::wstring& install_dir, std::wstring& image_path) {
   const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
   if (!snapshot) return false;
-  // With the backslash, a sibling folder whose name merely starts with this one's does not match.
-  const std::wstring prefix = install_dir + L'\\';
+  const BelowFolder folder(install_dir);
   PROCESSENTRY32W entry{};
   entry.dwSize = sizeof(entry);
   for (BOOL more = Process32FirstW(snapshot.get(), &entry); more != 0; more = Process32NextW(snapshot.get(), &entry)) {
     if (entry.th32ProcessID == 0 || entry.th32ProcessID == GetCurrentProcessId()) continue;
     std::wstring path = image_path_of(entry.th32ProcessID);
-    if (starts_with_ignore_case(path, prefix)) {
+    if (folder.contains(path)) {
       image_path = std::move(path);
       return true;
     }

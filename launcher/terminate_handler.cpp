@@ -1,11 +1,13 @@
-#include <cstdlib>
+#include "launcher/process_end.h"
 
 // The library's own handler prints the name of an uncaught exception's type to a console, which this program does not
-// have, and brings a demangler of 40 KB for it.
+// have, brings a demangler of 40 KB for it, and ends in the runtime's message box.
 namespace __gnu_cxx {
 
 void __verbose_terminate_handler();  // NOLINT(bugprone-reserved-identifier): the library names it
 
-void __verbose_terminate_handler() { std::abort(); }  // NOLINT(bugprone-reserved-identifier)
+void __verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier)
+  kvx::end_process(kvx::RunOutcome::could_not_start);
+}
 
 }  // namespace __gnu_cxx

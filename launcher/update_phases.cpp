@@ -19,7 +19,8 @@ RunOutcome Updater::download(const Manifest& manifest, const WorkList& work) {
   ui_.show_status(what + to_wide(manifest.version) + L"...", L"");
   ui_.start_progress(ProgressMode::transfer, work.download_bytes);
   std::string reason;
-  if (download_all(download_context(), stop_workers_, work.downloads, reason)) return RunOutcome::success;
+  if (download_all(download_context(), transfer_threads_, stop_workers_, work.downloads, reason))
+    return RunOutcome::success;
 
   ui_.end_progress();
   if (ui_.cancel_requested) return RunOutcome::cancelled;

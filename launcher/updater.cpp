@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "engine/download_pool.h"
 #include "engine/installed_check.h"
 #include "engine/previous_launcher.h"
 #include "foundations/log.h"
@@ -31,7 +32,8 @@ Updater::Updater(Options options, Ui& ui, RunEnvironment environment)
     : options_(std::move(options)),
       ui_(ui),
       environment_(std::move(environment)),
-      stop_(ui.cancel_requested, stop_workers_) {}
+      stop_(ui.cancel_requested, stop_workers_),
+      transfer_threads_(session_, stop_) {}
 
 RunOutcome Updater::run() {
   if (!environment_.find_layout(layout_)) {
@@ -43,6 +45,7 @@ RunOutcome Updater::run() {
   store_ = BlobStore(layout_.download_dir, layout_.blobs_dir);
   store_.create_folders();
   load_state();
+  restore_missing_launcher(layout_.self_path, layout_.install_dir, layout_.download_dir + L"\\KVXLauncher.exe");
   remove_previous_launcher(layout_.self_path, layout_.install_dir);
   if (const RunOutcome outcome = settle_channel(); outcome != RunOutcome::success) return outcome;
   if (const RunOutcome outcome = settle_server(); outcome != RunOutcome::success) return outcome;
@@ -59,9 +62,12 @@ RunOutcome Updater::run() {
 
 void Updater::write_result(RunOutcome outcome) {
   if (log_open_) {
-    static_cast<void>(hash_cache_.save());
+    const StopSignal cancelled(ui_.cancel_requested);
+    static_cast<void>(hash_cache_.save(&cancelled));
+    uint32_t error = 0;
     static_cast<void>(write_file_atomic(layout_.staging_file(L"last_result.txt"),
-                                        format_run_result(outcome, launched_, launcher_version(), result_message_)));
+                                        format_run_result(outcome, launched_, launcher_version(), result_message_),
+                                        error, &cancelled));
     log::write("exit code %d (launched=%d)", static_cast<int>(outcome), launched_ ? 1 : 0);
     log::close();
     log_open_ = false;
@@ -76,10 +82,10 @@ bool Updater::plan(const Manifest& manifest, std::vector<uint64_t>& to_replace) 
 
 uint64_t Updater::staged_bytes(const std::string& hash, uint64_t size) const { return store_.staged_bytes(hash, size); }
 
-void Updater::clear_staging() const { store_.clear_staging(); }
+void Updater::clear_staging(const StopSignal* stop) const { store_.clear_staging(stop); }
 
 bool Updater::download_blob(const std::string& hash, uint64_t size, std::string& error) {
-  return kvx::download_blob(download_context(), {hash, size}, error);
+  return download_one(download_context(), transfer_threads_, {hash, size}, error);
 }
 
 bool Updater::wait_or_stop(uint32_t milliseconds) const { return stop_.wait_or_stop(milliseconds); }
@@ -90,6 +96,7 @@ RunOutcome Updater::fail(RunOutcome outcome, const std::wstring& message) {
 }
 
 RunOutcome Updater::start_offline(RunOutcome code, const std::wstring& message) {
+  if (ui_.cancel_requested) return RunOutcome::cancelled;
   result_message_ = to_utf8(message);
   const GameStartContext game{ui_, layout_.install_dir, options_.no_launch, launched_};
   return kvx::start_offline({game, layout_, state_, built_in_keys()}, code, message);
@@ -168,7 +175,9 @@ RunOutcome Updater::settle_server() {
 }
 
 RunOutcome Updater::fetch_and_decide() {
-  const ManifestFetchContext context{session_, stop_, base_url_, channel_, built_in_keys()};
+  const ManifestFetchContext context{
+      session_,  transfer_threads_, [this](uint32_t milliseconds) { return wait_or_stop(milliseconds); },
+      base_url_, channel_,          built_in_keys()};
   Release release;
   std::string reason;
   const ManifestFetchStatus status = fetch_manifest(context, release.manifest_bytes, release.signature_bytes, reason);

@@ -21,6 +21,7 @@
 #include "launcher/run_outcome.h"
 #include "launcher/work_list.h"
 #include "net/http_session.h"
+#include "net/transfer_threads.h"
 #include "ui/ui.h"
 
 namespace kvx {
@@ -45,11 +46,16 @@ class Updater {
   // Leaves the result file, when the run got as far as its log, and lets go of the log and the lock. Once, after run.
   void write_result(RunOutcome outcome);
 
+  // Whether a cancelled run has left a transfer behind that is stuck in the network. Destroying the Updater would wait
+  // for it; the program ends its process instead.
+  [[nodiscard]] bool has_left_transfer_behind() const { return transfer_threads_.has_left_behind(); }
+
   // True when the check ran to its end; false when a stop was requested.
   [[nodiscard]] bool plan(const Manifest& manifest, std::vector<uint64_t>& to_replace);
   [[nodiscard]] uint64_t staged_bytes(const std::string& hash, uint64_t size) const;
-  void clear_staging() const;
+  void clear_staging(const StopSignal* stop = nullptr) const;
   [[nodiscard]] bool download_blob(const std::string& hash, uint64_t size, std::string& error);
+  // Pauses; false as soon as a stop is requested.
   [[nodiscard]] bool wait_or_stop(uint32_t milliseconds) const;
 
  private:
@@ -99,6 +105,7 @@ class Updater {
   std::string result_message_;
   std::atomic<bool> stop_workers_{false};
   const StopSignal stop_;
+  TransferThreads transfer_threads_;  // last, because its threads use the members above
 };
 
 }  // namespace kvx

@@ -15,7 +15,7 @@ size_t count_removable(const Manifest& manifest, const std::wstring& install_dir
   return static_cast<size_t>(count);
 }
 
-void plan_downloads(const Manifest& manifest, const BlobStore& store, WorkList& work) {
+void plan_downloads(const Manifest& manifest, const StagedBytes& staged_bytes, WorkList& work) {
   std::map<std::string_view, uint64_t> size_by_digest;
   for (const uint64_t index : work.files_to_replace) {
     const ManifestFile& file = manifest.files[index];
@@ -24,7 +24,7 @@ void plan_downloads(const Manifest& manifest, const BlobStore& store, WorkList& 
   for (const auto& [digest, size] : size_by_digest) {
     BlobJob job{std::string(digest), size};
     work.download_bytes += size;
-    work.staged_bytes += store.staged_bytes(job.hash, size);
+    work.staged_bytes += staged_bytes(job.hash, size);
     work.downloads.push_back(std::move(job));
   }
   work.needed_bytes = manifest.min_free_disk + work.download_bytes - work.staged_bytes;

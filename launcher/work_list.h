@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "engine/blob_download.h"
-#include "engine/blob_store.h"
 #include "manifest/manifest.h"
 
 namespace kvx {
@@ -24,7 +24,10 @@ struct WorkList {
 // How many of the manifest's removals are there to be removed.
 [[nodiscard]] size_t count_removable(const Manifest& manifest, const std::wstring& install_dir);
 
+// How many bytes of a blob are on disk already.
+using StagedBytes = std::function<uint64_t(const std::string& hash, uint64_t size)>;
+
 // Fills the downloads and the byte counts from `files_to_replace`.
-void plan_downloads(const Manifest& manifest, const BlobStore& store, WorkList& work);
+void plan_downloads(const Manifest& manifest, const StagedBytes& staged_bytes, WorkList& work);
 
 }  // namespace kvx

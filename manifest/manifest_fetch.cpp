@@ -4,6 +4,7 @@
 #include "foundations/text.h"
 #include "manifest/manifest_limits.h"
 #include "manifest/signature.h"
+#include "net/stoppable_fetch.h"
 #include "net/transfer.h"
 
 namespace kvx {
@@ -29,7 +30,7 @@ class ManifestFetch {
   ManifestFetchStatus run() {
     while (attempts_ < most_attempts) {
       const uint32_t pause_ms = static_cast<uint32_t>(attempts_) * retry_pause_ms;
-      if (attempts_ > 0 && !context_.stop.wait_or_stop(pause_ms)) break;
+      if (attempts_ > 0 && !context_.wait_or_stop(pause_ms)) break;
       switch (attempt()) {
         case AttemptResult::fetched: return ManifestFetchStatus::ok;
         case AttemptResult::not_published: return ManifestFetchStatus::not_published;
@@ -52,7 +53,7 @@ class ManifestFetch {
 
   AttemptResult attempt_manifest() {
     const std::wstring url = channel_url(context_) + L"manifest.json";
-    const int32_t status = fetch_to_memory(context_.session, url, manifest_, largest_manifest_bytes, error_);
+    const int32_t status = fetch(url, manifest_, largest_manifest_bytes);
     if (status == http_ok) return AttemptResult::fetched;
     if (status == transport_failure) {
       ++attempts_;
@@ -70,12 +71,16 @@ class ManifestFetch {
 
   bool attempt_signature() {
     const std::wstring url = channel_url(context_) + L"manifest.sig";
-    const int32_t status = fetch_to_memory(context_.session, url, signature_, largest_signature_bytes, error_);
+    const int32_t status = fetch(url, signature_, largest_signature_bytes);
     if (status == http_ok) return true;
     if (status != transport_failure) error_ = "manifest.sig: HTTP " + std::to_string(status);
     ++attempts_;
     log::write("signature fetch failed (attempt %d): %s", attempts_, error_.c_str());
     return false;
+  }
+
+  int32_t fetch(const std::wstring& url, std::string& body, uint64_t max_bytes) {
+    return fetch_or_stop(context_.threads, context_.session, url, body, max_bytes, error_);
   }
 
   bool verify() {

@@ -3,12 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 
-#include "foundations/stop_signal.h"
 #include "manifest/built_in_keys.h"
 #include "net/http_session.h"
+#include "net/transfer_threads.h"
 
 namespace kvx {
 
@@ -21,7 +22,9 @@ enum class ManifestFetchStatus : uint8_t {
 
 struct ManifestFetchContext {
   const HttpSession& session;
-  const StopSignal& stop;
+  TransferThreads& threads;
+  // The pause between attempts; false as soon as a stop is requested.
+  std::function<bool(uint32_t milliseconds)> wait_or_stop;
   const std::wstring& base_url;  // ends with "/"
   const std::string& channel;
   std::span<const PublicKey> keys;

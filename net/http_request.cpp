@@ -56,10 +56,15 @@ bool send_request(const HttpSession& session, const UrlParts& url, const std::ws
   out.request.reset(WinHttpOpenRequest(out.connection.get(), L"GET", url.path.c_str(), nullptr, WINHTTP_NO_REFERER,
                                        WINHTTP_DEFAULT_ACCEPT_TYPES, url.secure ? WINHTTP_FLAG_SECURE : 0));
   if (!out.request) return fail("open request", error);
-  if (!send(out.request.get(), extra_headers)) return fail("send", error);
-  if (WinHttpReceiveResponse(out.request.get(), nullptr) == 0) return fail("receive", error);
+  {
+    const NetworkCall call(session);
+    if (!send(out.request.get(), extra_headers)) return fail("send", error);
+    if (WinHttpReceiveResponse(out.request.get(), nullptr) == 0) return fail("receive", error);
+  }
   if (!query_status(out.request.get(), status)) return fail("status", error);
-  return true;
+  if (status != 0) return true;
+  error = "status: the server sent no valid status";
+  return false;
 }
 
 bool query_header_text(const WinHttpHandle& request, uint32_t header, std::wstring& text) {

@@ -4,9 +4,9 @@
 #include <winhttp.h>
 
 #include <algorithm>
-#include <string_view>
 #include <vector>
 
+#include "foundations/text.h"
 #include "net/content_range.h"
 #include "net/http_request.h"
 #include "net/url.h"
@@ -22,8 +22,9 @@ constexpr uint32_t http_partial_content = 206;
 constexpr uint32_t http_range_not_satisfiable = 416;
 
 // Fills `got` with the bytes read into `buffer`, 0 at the end of the body.
-bool read_chunk(const HttpRequest& request, std::vector<uint8_t>& buffer, size_t& got, const char* step,
-                std::string& error) {
+bool read_chunk(const HttpSession& session, const HttpRequest& request, std::vector<uint8_t>& buffer, size_t& got,
+                const char* step, std::string& error) {
+  const NetworkCall call(session);
   // A read waits until all that it asks for has come. Asking for what is there already makes a cancel, the progress and
   // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there.
   DWORD available = 0;
@@ -39,11 +40,12 @@ bool read_chunk(const HttpRequest& request, std::vector<uint8_t>& buffer, size_t
   return true;
 }
 
-bool read_body(const HttpRequest& request, std::string& body, uint64_t max_bytes, std::string& error) {
+bool read_body(const HttpSession& session, const HttpRequest& request, std::string& body, uint64_t max_bytes,
+               std::string& error) {
   std::vector<uint8_t> buffer(memory_chunk_bytes);
   for (;;) {
     size_t got = 0;
-    if (!read_chunk(request, buffer, got, "read", error)) return false;
+    if (!read_chunk(session, request, buffer, got, "read", error)) return false;
     if (got == 0) return true;
     if (body.size() + got > max_bytes) {
       error = "response is larger than expected";
@@ -51,6 +53,13 @@ bool read_body(const HttpRequest& request, std::string& body, uint64_t max_bytes
     }
     body.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(got));
   }
+}
+
+// The decimal digits that `text` begins with, without leading zeros; empty when there are none.
+std::string leading_number(const std::wstring& text) {
+  const std::wstring digits = text.substr(0, text.find_first_not_of(L"0123456789"));
+  const size_t first = digits.find_first_not_of(L'0');
+  return to_utf8(first == std::wstring::npos ? digits.substr(0, 1) : digits.substr(first));
 }
 
 // One download, used once.
@@ -68,7 +77,7 @@ class RangeDownload {
     if (!send_request(session, parts, range_header(), request_, status, error_)) return TransferResult::network;
     http_status = status;
     const TransferResult accepted = check_response(status);
-    return accepted == TransferResult::ok ? receive() : accepted;
+    return accepted == TransferResult::ok ? receive(session) : accepted;
   }
 
  private:
@@ -94,11 +103,12 @@ class RangeDownload {
   TransferResult check_whole_file() {
     std::wstring header;
     if (!query_header_text(request_.request, WINHTTP_QUERY_CONTENT_LENGTH, header)) return TransferResult::ok;
-    std::wstring_view text = header;
-    uint64_t length = 0;
-    if (!take_number(text, length) || length == total_size_) return TransferResult::ok;
-    return fail(TransferResult::protocol, "the server reports a different file size (" + std::to_string(length) +
-                                              " instead of " + std::to_string(total_size_) + " bytes)");
+    // Compared as text, which has no largest number.
+    const std::string length = leading_number(header);
+    const std::string expected = std::to_string(total_size_);
+    if (length.empty() || length == expected) return TransferResult::ok;
+    return fail(TransferResult::protocol,
+                "the server reports a different file size (" + length + " instead of " + expected + " bytes)");
   }
 
   TransferResult check_partial_content() {
@@ -113,13 +123,13 @@ class RangeDownload {
     return TransferResult::ok;
   }
 
-  TransferResult receive() {
+  TransferResult receive(const HttpSession& session) {
     std::vector<uint8_t> buffer(download_chunk_bytes);
     uint64_t remaining = total_size_ - offset_;
     for (;;) {
       if (cancel_flag_ != nullptr && cancel_flag_->load()) return fail(TransferResult::cancelled, "cancelled");
       size_t got = 0;
-      if (!read_chunk(request_, buffer, got, "download", error_)) return TransferResult::network;
+      if (!read_chunk(session, request_, buffer, got, "download", error_)) return TransferResult::network;
       if (got == 0) {
         if (remaining == 0) return TransferResult::ok;
         return fail(TransferResult::network, "the connection closed before the download finished");
@@ -151,7 +161,7 @@ int32_t fetch_to_memory(const HttpSession& session, const std::wstring& url, std
     return transport_failure;
   }
   if (status != http_ok) return static_cast<int32_t>(status);
-  if (read_body(request, body, max_bytes, error)) return static_cast<int32_t>(http_ok);
+  if (read_body(session, request, body, max_bytes, error)) return static_cast<int32_t>(http_ok);
   body.clear();
   return transport_failure;
 }

@@ -100,6 +100,8 @@ bool Window::create(HINSTANCE instance, Behaviour behaviour) {
 int32_t Window::run(Work work) {
   worker_.start([this, body = std::move(work), window = window_] {
     const int32_t result = body(*this);
+    worker_result_.store(result);
+    worker_is_done_.store(true);
     PostMessageW(window, message_worker_done, static_cast<WPARAM>(result), 0);
   });
   MSG message;
@@ -214,7 +216,7 @@ LRESULT CALLBACK Window::window_procedure(HWND window, UINT message, WPARAM wpar
 
 LRESULT Window::handle_message(UINT message, WPARAM wparam, LPARAM lparam) {
   switch (message) {
-    case WM_TIMER: refresh(); return 0;
+    case WM_TIMER: on_timer(); return 0;
     case WM_COMMAND:
       if (LOWORD(wparam) == cancel_button_id) PostMessageW(window_, WM_CLOSE, 0, 0);
       return 0;
@@ -279,6 +281,15 @@ void Window::set_marquee(bool on) {
 
 void Window::enable_cancel_button(bool enabled) {
   if ((IsWindowEnabled(cancel_button_) != 0) != enabled) EnableWindow(cancel_button_, enabled ? TRUE : FALSE);
+}
+
+void Window::on_timer() {
+  // A full message queue takes no message, and the worker's last one is not sent twice.
+  if (worker_is_done_.load()) {
+    on_worker_done(worker_result_.load());
+  } else {
+    refresh();
+  }
 }
 
 // The window stays: the worker ends the run.

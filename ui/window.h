@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -65,6 +66,7 @@ class Window final : public Ui {
   void set_marquee(bool on);
   void enable_cancel_button(bool enabled);
 
+  void on_timer();
   void on_close();
   void on_prompt(PromptRequest& request);
   void on_worker_done(int32_t result);
@@ -91,6 +93,8 @@ class Window final : public Ui {
   bool cancelling_ = false;
 
   WorkerThread worker_;
+  std::atomic<int32_t> worker_result_{0};
+  std::atomic<bool> worker_is_done_{false};
   int32_t result_ = 0;
 };
 

@@ -28,7 +28,7 @@ class DownloadPool : public DownloadTest {
     std::vector<BlobJob> jobs;
     for (const size_t size : sizes) jobs.push_back(job(content_of(size)));
     std::string error;
-    const bool finished = download_all(context_, stop_workers_, jobs, error);
+    const bool finished = download_all(context_, threads_, stop_workers_, jobs, error);
     EXPECT_EQ(finished, error.empty()) << error;
     return error;
   }

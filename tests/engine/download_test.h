@@ -4,6 +4,7 @@
 #include <string>
 
 #include "engine/blob_download.h"
+#include "net/transfer_threads.h"
 #include "tests/engine/engine_test.h"
 #include "tests/support/release_builder.h"
 #include "tests/support/scripted_server.h"
@@ -36,6 +37,7 @@ class DownloadTest : public EngineTest {
   const std::wstring base_url_ = server_.base_url();
   HttpSession session_;
   const BlobDownloadContext context_{ui_, stop_, session_, base_url_, store_};
+  TransferThreads threads_{session_, stop_};
 };
 
 }  // namespace kvx::test

@@ -22,8 +22,11 @@ class SelfUpdate : public DownloadTest {
   SelfUpdate() { write_text(self_path_, old_launcher); }
 
   SelfUpdateResult update(const LauncherEntry& entry, bool self_updated = false) {
-    return update_launcher({context_, self_path_, install_dir_, own_version, self_updated, options_, arguments_},
-                           entry);
+    const auto download = [this](const std::string& hash, uint64_t size, std::string& error) {
+      return download_blob(context_, {hash, size}, error);
+    };
+    return update_launcher(
+        {ui_, store_, download, self_path_, install_dir_, own_version, self_updated, options_, arguments_}, entry);
   }
 
   // A manifest's entry; its content is on the server.
@@ -91,7 +94,9 @@ TEST_F(SelfUpdate, ShowsTheDownload) {
     progress = {static_cast<uint64_t>(ui_.progress_mode.load()), ui_.progress_done, ui_.progress_total};
   });
   EXPECT_EQ(update(entry), SelfUpdateResult::go_on);
-  EXPECT_THAT(ui_.events(), ElementsAre(status_event(L"Updating the launcher...")));
+  // Nobody cancels in the middle of the swap.
+  EXPECT_THAT(ui_.events(), ElementsAre(status_event(L"Updating the launcher..."), allow_cancel_event(false),
+                                        allow_cancel_event(true)));
   EXPECT_THAT(progress, ElementsAre(2U, 0U, no_program.size()));
   EXPECT_EQ(ui_.progress_done, no_program.size());
   EXPECT_EQ(ui_.progress_mode, ProgressMode::busy);
@@ -211,7 +216,7 @@ TEST_F(SelfUpdateHandOver, StartsTheNewLauncherInTheOldOnesPlace) {
   EXPECT_EQ(read_text(previous_path_), old_launcher);
   EXPECT_FALSE(exists(new_path_));
   EXPECT_FALSE(exists(blob(new_launcher_)));
-  EXPECT_THAT(ui_.events(), ElementsAre(status_event(L"Updating the launcher...")));
+  EXPECT_THAT(ui_.events(), ElementsAre(status_event(L"Updating the launcher..."), allow_cancel_event(false)));
 }
 
 TEST_F(SelfUpdateHandOver, PassesOptionsAndTheGamesArgumentsOn) {

@@ -184,9 +184,28 @@ TEST_F(ReleaseDecision, FindsAnInstallationUpToDate) {
   EXPECT_EQ(result(), result_text(0, 0, "up to date 1.1"));
   EXPECT_FALSE(test::exists(staged(L"blobs\\left")));
   EXPECT_FALSE(test::exists(staged(L"dl\\left.part")));
-  // The state already said all of it, so nothing was recorded.
   EXPECT_EQ(state(), installed_state());
-  EXPECT_FALSE(test::exists(staged(L"installed_manifest.json")));
+}
+
+TEST_F(ReleaseDecision, WritesCopiesThatAreNotThoseOfTheInstalledReleaseAgain) {
+  install_files(release());
+  publish(release());
+  const std::string document = release().json();
+  const std::string signature = test::sign_manifest(document);  // one of many that are valid
+  server.serve("manifest.sig", signature);
+  struct Case {
+    std::string manifest;
+    std::string signature;
+  };
+  for (const Case& c : {Case{"", ""}, Case{document, "another"}, Case{"another", signature}, Case{document + " ", ""},
+                        Case{document, signature}}) {
+    test::write_text(staged(L"state.txt"), installed_state());
+    test::write_text(staged(L"installed_manifest.json"), c.manifest);
+    test::write_text(staged(L"installed_manifest.sig"), c.signature);
+    EXPECT_EQ(run(), RunOutcome::success);
+    EXPECT_EQ(test::read_text(staged(L"installed_manifest.json")), document);
+    EXPECT_EQ(test::read_text(staged(L"installed_manifest.sig")), signature);
+  }
 }
 
 TEST_F(ReleaseDecision, RecordsAMatchingInstallationThatTheStateDoesNotKnow) {

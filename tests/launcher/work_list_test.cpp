@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include "engine/blob_store.h"
 #include "tests/support/release_builder.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/temp_folder.h"
@@ -27,7 +28,8 @@ TEST(WorkList, HasEachContentOnceInTheOrderOfItsDigest) {
   test::write_text(store.partial_path(test::sha256_hex(contents[3])), contents[3].substr(0, 400));
   WorkList work;
   work.files_to_replace = {0, 1, 2, 3, 4};
-  plan_downloads(manifest, store, work);
+  plan_downloads(
+      manifest, [&](const std::string& hash, uint64_t size) { return store.staged_bytes(hash, size); }, work);
 
   std::vector<std::pair<std::string, uint64_t>> expected;
   for (const std::string& content : contents) expected.emplace_back(test::sha256_hex(content), content.size());

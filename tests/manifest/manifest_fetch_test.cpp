@@ -50,7 +50,9 @@ class FetchManifest : public testing::Test {
 
   Status fetch() {
     error_ = "untouched";
-    return fetch_manifest({session_, stop_, base_url_, channel_, built_in_keys()}, manifest_, signature_, error_);
+    const auto wait_or_stop = [this](uint32_t milliseconds) { return stop_.wait_or_stop(milliseconds); };
+    return fetch_manifest({session_, threads_, wait_or_stop, base_url_, channel_, built_in_keys()}, manifest_,
+                          signature_, error_);
   }
 
   // A redirect to where nobody listens fails as a connection does, and the server stays for the other requests.
@@ -67,6 +69,7 @@ class FetchManifest : public testing::Test {
   std::atomic<bool> stop_workers_{false};
   const StopSignal stop_{cancel_requested_, stop_workers_};
   HttpSession session_;
+  TransferThreads threads_{session_, stop_};
   std::wstring base_url_ = server_.base_url();
   std::string channel_ = "live";
   std::string manifest_;
@@ -402,15 +405,17 @@ TEST_F(FetchManifest, AStopEndsTheWaitWithinOneStep) {
   }
 }
 
-TEST_F(FetchManifest, ACancelThatWasThereBeforeEndsOnlyAWait) {
-  cancel_requested_ = true;
+TEST_F(FetchManifest, AsksTheServerForNothingAfterACancel) {
   server_.serve("manifest.json", manifest);
   server_.serve("manifest.sig", sign_manifest(manifest));
-  EXPECT_EQ(fetch(), Status::ok) << error_;
-
-  server_.script("manifest.json", {answer(503)});
+  server_.on_request("manifest.json", [this](const auto&) { cancel_requested_ = true; });
   EXPECT_EQ(fetch(), Status::failed);
-  EXPECT_EQ(error_, "HTTP 503");
+  EXPECT_EQ(error_, "cancelled");
+  EXPECT_EQ(server_.requests().size(), 1U);
+
+  EXPECT_EQ(fetch(), Status::failed);
+  EXPECT_EQ(error_, "cancelled");
+  EXPECT_EQ(server_.requests().size(), 1U);
   EXPECT_THAT(clock_.sleeps(), IsEmpty());
 }
 

@@ -139,13 +139,17 @@ TEST_F(TrustedSite, SpeaksTls12AndNothingOlder) {
 
 TEST_F(TrustedSite, FetchesTheManifestAndItsSignature) {
   const std::atomic<bool> no_stop{false};
-  const StopSignal stop(no_stop, no_stop);
+  const StopSignal stop(no_stop);
+  TransferThreads threads(session_, stop);
+  const auto wait_or_stop = [&](uint32_t milliseconds) { return stop.wait_or_stop(milliseconds); };
   const std::wstring base_url = to_wide(environment("KVX_SITE_URL"));
   std::string manifest;
   std::string signature;
   for (const auto& [channel, status] : {std::pair{std::string("live"), ManifestFetchStatus::ok},
                                         std::pair{std::string("beta"), ManifestFetchStatus::not_published}}) {
-    EXPECT_EQ(fetch_manifest({session_, stop, base_url, channel, built_in_keys()}, manifest, signature, error_), status)
+    EXPECT_EQ(fetch_manifest({session_, threads, wait_or_stop, base_url, channel, built_in_keys()}, manifest, signature,
+                             error_),
+              status)
         << error_;
   }
   EXPECT_EQ(error_, "HTTP 404");

@@ -1,0 +1,40 @@
+#include "launcher/system_libraries.h"
+
+#include <windows.h>
+#include <delayimp.h>
+
+#include <string>
+
+#include "foundations/log.h"
+#include "foundations/text.h"
+#include "launcher/options.h"
+#include "launcher/process_end.h"
+#include "ui/prompts.h"
+
+namespace kvx {
+namespace {
+
+std::wstring name_of(unsigned failure, const DelayLoadInfo& call) {
+  const std::wstring library = to_wide(call.szDll);
+  if (failure != dliFailGetProc || call.dlp.fImportByName == 0) return library;
+  return library + L": " + to_wide(call.dlp.szProcName);
+}
+
+FARPROC WINAPI on_missing(unsigned failure, DelayLoadInfo* call) {
+  const std::wstring name = name_of(failure, *call);
+  log::write("a part of Windows is missing or too old: %s", to_utf8(name).c_str());
+  if (!parse_command_line().unattended) {
+    const std::wstring text = L"KVX Launcher cannot run because a part of Windows is missing or too old:\n" + name;
+    MessageBoxW(nullptr, text.c_str(), L"KVX Launcher", style_error | MB_SETFOREGROUND);
+  }
+  end_process(RunOutcome::could_not_start);
+}
+
+}  // namespace
+
+void use_system_libraries_only() {
+  SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+  __pfnDliFailureHook2 = on_missing;
+}
+
+}  // namespace kvx

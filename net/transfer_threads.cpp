@@ -1,0 +1,76 @@
+#include "net/transfer_threads.h"
+
+#include <process.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace kvx {
+namespace {
+
+constexpr DWORD poll_ms = 50;
+constexpr int polls_before_leaving = 20;  // about a second
+
+bool has_ended(const KernelHandle& thread) { return WaitForSingleObject(thread.get(), 0) == WAIT_OBJECT_0; }
+
+size_t count_running(const std::vector<KernelHandle>& threads) {
+  return threads.size() - static_cast<size_t>(std::count_if(threads.begin(), threads.end(), has_ended));
+}
+
+bool wait_for_all(const std::vector<KernelHandle>& threads, DWORD milliseconds) {
+  std::vector<HANDLE> handles;
+  for (const KernelHandle& thread : threads) handles.push_back(thread.get());
+  return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, milliseconds) != WAIT_TIMEOUT;
+}
+
+}  // namespace
+
+TransferThreads::~TransferThreads() {
+  for (const KernelHandle& thread : threads_left_) WaitForSingleObject(thread.get(), INFINITE);
+}
+
+bool TransferThreads::run(size_t count, const std::function<void()>& body) {
+  if (stop_.requested()) return false;
+  auto shared_body = std::make_unique<Body>(body);
+  std::vector<KernelHandle> threads = start(count, *shared_body);
+  if (threads.empty()) {
+    body();
+    return true;
+  }
+  if (wait_or_leave(threads)) return true;
+  bodies_left_.push_back(std::move(shared_body));
+  std::move(threads.begin(), threads.end(), std::back_inserter(threads_left_));
+  return false;
+}
+
+bool TransferThreads::has_left_behind() const { return count_running(threads_left_) > 0; }
+
+unsigned __stdcall TransferThreads::run_body(void* body) {
+  (*static_cast<const Body*>(body))();
+  return 0;
+}
+
+std::vector<KernelHandle> TransferThreads::start(size_t count, Body& body) {
+  std::vector<KernelHandle> threads;
+  while (threads.size() < count) {
+    const uintptr_t started = _beginthreadex(nullptr, 0, run_body, &body, 0, nullptr);
+    if (started == 0) break;
+    threads.emplace_back(reinterpret_cast<HANDLE>(started));
+  }
+  return threads;
+}
+
+// A thread outside the network, one that writes a chunk for example, is always waited for: it looks for a stop before
+// it does anything else.
+bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads) const {
+  int polls_since_stop = 0;
+  while (!wait_for_all(threads, poll_ms)) {
+    if (!stop_.requested()) continue;
+    ++polls_since_stop;
+    if (polls_since_stop >= polls_before_leaving && session_.calls_under_way() >= count_running(threads)) return false;
+  }
+  return true;
+}
+
+}  // namespace kvx

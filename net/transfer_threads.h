@@ -1,0 +1,50 @@
+// Runs transfers on threads of their own, so that nobody waits for one that is stuck. A blocking WinHTTP call cannot be
+// interrupted: it ends by its own time-outs, and its handles may not be closed from another thread meanwhile. Where a
+// stop is requested and such a call still waits a moment later, its thread is left behind.
+//
+// What is left behind sees the stop as soon as its call returns and then does nothing more. Until then it may use all
+// that its body refers to: that must belong to the body or outlive this object, whose destruction waits for it. A
+// program that cannot wait ends its process instead.
+//
+// For the worker thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "foundations/stop_signal.h"
+#include "foundations/system_handles.h"
+#include "net/http_session.h"
+
+namespace kvx {
+
+class TransferThreads {
+ public:
+  // Both must outlive this object.
+  TransferThreads(const HttpSession& session, const StopSignal& stop) : session_(session), stop_(stop) {}
+  TransferThreads(const TransferThreads&) = delete;
+  TransferThreads& operator=(const TransferThreads&) = delete;
+  ~TransferThreads();
+
+  // Runs `body` on `count` threads at once, on fewer where the system gives no more, and on the calling thread where it
+  // gives none. True when all have returned; false when a stop was requested, and either none was started or some were
+  // left behind. The body must return soon after a stop, except from inside a network call.
+  [[nodiscard]] bool run(size_t count, const std::function<void()>& body);
+
+  [[nodiscard]] bool has_left_behind() const;
+
+ private:
+  using Body = std::function<void()>;
+
+  static unsigned __stdcall run_body(void* body);
+  [[nodiscard]] static std::vector<KernelHandle> start(size_t count, Body& body);
+  [[nodiscard]] bool wait_or_leave(const std::vector<KernelHandle>& threads) const;
+
+  const HttpSession& session_;
+  const StopSignal& stop_;
+  std::vector<std::unique_ptr<Body>> bodies_left_;
+  std::vector<KernelHandle> threads_left_;
+};
+
+}  // namespace kvx

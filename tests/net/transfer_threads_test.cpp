@@ -1,0 +1,144 @@
+// It decides how many threads the system gives, in this program's place of the runtime's function, so it is a program
+// of its own.
+#include "net/transfer_threads.h"
+
+#include <windows.h>
+#include <process.h>
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "net/stoppable_fetch.h"
+#include "net/transfer.h"
+#include "tests/support/scripted_server.h"
+
+namespace kvx::test {
+namespace {
+
+size_t threads_left = std::numeric_limits<size_t>::max();
+
+}  // namespace
+}  // namespace kvx::test
+
+extern "C" {
+extern decltype(&_beginthreadex) __imp__beginthreadex;
+
+uintptr_t start_if_any_is_left(void* security, unsigned stack, unsigned(__stdcall* body)(void*), void* argument,
+                               unsigned flags, unsigned* id) {
+  static const auto system_start = reinterpret_cast<decltype(&_beginthreadex)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"msvcrt.dll"), "_beginthreadex")));
+  if (kvx::test::threads_left == 0) return 0;
+  --kvx::test::threads_left;
+  return system_start(security, stack, body, argument, flags, id);
+}
+
+decltype(&_beginthreadex) __imp__beginthreadex = &start_if_any_is_left;
+}
+
+namespace kvx::test {
+namespace {
+
+class TransferThreadsTest : public testing::Test {
+ protected:
+  TransferThreadsTest() {
+    std::string error;
+    EXPECT_TRUE(session_.open(L"KVXLauncher/1.0.0", error)) << error;
+  }
+  ~TransferThreadsTest() override { threads_left = std::numeric_limits<size_t>::max(); }
+
+  // The threads that ran, the calling one as 0.
+  std::multiset<DWORD> run_on(size_t count) {
+    std::mutex lock;
+    std::multiset<DWORD> ran;
+    const DWORD caller = GetCurrentThreadId();
+    EXPECT_TRUE(threads_.run(count, [&] {
+      const std::lock_guard guard(lock);
+      ran.insert(GetCurrentThreadId() == caller ? 0 : 1);
+    }));
+    return ran;
+  }
+
+  int32_t fetch(std::string& body) { return fetch_or_stop(threads_, session_, server_.base_url(), body, 100, error_); }
+
+  ScriptedServer server_;
+  HttpSession session_;
+  std::atomic<bool> cancel_requested_{false};
+  const StopSignal stop_{cancel_requested_};
+  std::string error_;
+  TransferThreads threads_{session_, stop_};
+};
+
+TEST_F(TransferThreadsTest, RunTheBodyOnAsManyThreadsAsTheSystemGives) {
+  using testing::ElementsAre;
+  EXPECT_THAT(run_on(3), ElementsAre(1, 1, 1));
+  threads_left = 2;
+  EXPECT_THAT(run_on(3), ElementsAre(1, 1));
+  threads_left = 1;
+  EXPECT_THAT(run_on(3), ElementsAre(1));
+  threads_left = 0;
+  EXPECT_THAT(run_on(3), ElementsAre(0));
+  EXPECT_FALSE(threads_.has_left_behind());
+}
+
+TEST_F(TransferThreadsTest, DoNotStartAfterAStop) {
+  cancel_requested_ = true;
+  bool ran = false;
+  EXPECT_FALSE(threads_.run(1, [&] { ran = true; }));
+  EXPECT_FALSE(ran);
+  EXPECT_FALSE(threads_.has_left_behind());
+}
+
+TEST_F(TransferThreadsTest, LeaveAFetchThatWaitsForTheNetworkBehind) {
+  const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\n";
+  for (const std::string& before : {std::string(), head.substr(0, 20), head, head + "bo"}) {
+    SCOPED_TRACE(before);
+    TransferThreads threads(session_, stop_);
+    const Gate gate;
+    server_.script("", {ScriptedResponse(before).wait_for(gate).then((head + "body").substr(before.size()))});
+    cancel_requested_ = false;
+    std::thread user([&] {
+      EXPECT_TRUE(gate.wait_until_reached());
+      cancel_requested_ = true;
+    });
+    std::string body = "as before";
+    EXPECT_EQ(fetch_or_stop(threads, session_, server_.base_url(), body, 100, error_), transport_failure);
+    EXPECT_EQ(error_, "cancelled");
+    EXPECT_EQ(body, "");
+    EXPECT_TRUE(threads.has_left_behind());
+    user.join();
+    gate.open();
+  }
+}
+
+TEST_F(TransferThreadsTest, WaitForAThreadThatIsNotInTheNetwork) {
+  constexpr DWORD longer_than_a_stuck_transfer_is_waited_for_ms = 1500;
+  std::atomic<bool> finished = false;
+  EXPECT_TRUE(threads_.run(2, [&] {
+    cancel_requested_ = true;
+    Sleep(longer_than_a_stuck_transfer_is_waited_for_ms);
+    finished = true;
+  }));
+  EXPECT_TRUE(finished);
+}
+
+TEST_F(TransferThreadsTest, GiveWhatTheFetchGives) {
+  server_.script("", {answer(200, "body"), answer(503, "no"), answer(200, std::string(101, 'x'))});
+  std::string body;
+  error_ = "untouched";
+  EXPECT_EQ(fetch(body), 200);
+  EXPECT_EQ(body, "body");
+  EXPECT_EQ(fetch(body), 503);
+  EXPECT_EQ(body, "");
+  EXPECT_EQ(error_, "untouched");
+  EXPECT_EQ(fetch(body), transport_failure);
+  EXPECT_EQ(error_, "response is larger than expected");
+  EXPECT_EQ(body, "");
+}
+
+}  // namespace
+}  // namespace kvx::test
