@@ -68,7 +68,7 @@ class InstalledCheck {
     const std::wstring path = full_path(file);
     FileStamp stamp;
     const bool has_stamp = file_stamp(path, stamp);
-    std::string error;
+    std::string error = "SHA-256 not available";  // unless the file itself has another reason
     const std::string digest = hash_file(
         path,
         [this](uint64_t bytes) {

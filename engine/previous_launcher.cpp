@@ -53,6 +53,7 @@ void restore_missing_launcher(const std::wstring& self_path, const std::wstring&
     return;
   }
   log::write("KVXLauncher.exe is missing and cannot be restored: %s", error_text(error).c_str());
+  static_cast<void>(delete_file(temporary, error));
 }
 
 void remove_previous_launcher(const std::wstring& self_path, const std::wstring& install_dir) {

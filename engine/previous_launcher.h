@@ -12,7 +12,8 @@ namespace kvx {
 [[nodiscard]] std::wstring new_launcher_path(const std::wstring& install_dir);
 
 // A self-update that was broken off between its moves leaves no KVXLauncher.exe. A launcher that the user then starts
-// under one of the two names above copies itself there, by way of the file `temporary` on the same volume.
+// under one of the two names above copies itself there, by way of the file `temporary` on the same volume, which is gone
+// afterwards. Each way it can end is logged.
 void restore_missing_launcher(const std::wstring& self_path, const std::wstring& install_dir,
                               const std::wstring& temporary);
 

@@ -70,6 +70,7 @@ bool flush_file_once(const std::wstring& path, uint32_t& error) {
                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (file) return flush_to_disk(file.get(), error);
   error = GetLastError();
+  if (error == ERROR_ACCESS_DENIED) clear_read_only(path);
   return false;
 }
 

@@ -60,7 +60,7 @@ struct FileStamp {
 // Overwrites an existing target. No retries.
 [[nodiscard]] bool copy_file(const std::wstring& from, const std::wstring& to, uint32_t& error);
 
-// Puts the content of an existing file on the disk. Waits like move_file.
+// Puts the content of an existing file on the disk. Waits like move_file; a read-only file loses that attribute.
 [[nodiscard]] bool flush_file(const std::wstring& path, uint32_t& error);
 
 void clear_read_only(const std::wstring& path);

@@ -40,7 +40,10 @@ bool Sha256Hasher::update(const void* bytes, size_t length) {
   auto* next = static_cast<UCHAR*>(const_cast<void*>(bytes));
   while (length > 0) {
     const size_t piece = std::min(length, largest_piece_bytes);
-    if (BCryptHashData(handle_.get(), next, static_cast<ULONG>(piece), 0) != 0) return false;
+    if (BCryptHashData(handle_.get(), next, static_cast<ULONG>(piece), 0) != 0) {
+      handle_.reset();  // or the digest would be that of other bytes
+      return false;
+    }
     next += piece;
     length -= piece;
   }

@@ -19,8 +19,8 @@ struct Sha256HandleTraits {
   static void close(value_type value);
 };
 
-// Any thread may make and use its own hasher; one hasher is used by one thread at a time. After finish it is empty
-// until reset.
+// Any thread may make and use its own hasher; one hasher is used by one thread at a time. After finish, and after a
+// failure, it is empty until reset.
 class Sha256Hasher {
  public:
   Sha256Hasher() { static_cast<void>(reset()); }

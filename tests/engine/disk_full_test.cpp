@@ -7,6 +7,7 @@
 #include "engine/blob_download.h"
 #include "foundations/error_text.h"
 #include "tests/engine/download_test.h"
+#include "tests/support/replaced_function.h"
 #include "tests/support/test_clock.h"
 
 namespace kvx::test {
@@ -23,11 +24,6 @@ struct Disk {
 };
 
 Disk disk;
-
-template <typename Function>
-Function system_function(const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
-}
 
 bool is_partial_download(HANDLE file) {
   wchar_t path[MAX_PATH + 1] = {};
@@ -80,17 +76,11 @@ BOOL WINAPI read_from_disk(HANDLE file, LPVOID buffer, DWORD count, LPDWORD got,
 }  // namespace
 }  // namespace kvx::test
 
-// What calls of these functions go through.
-#define KVX_REPLACE(function, replacement)                          \
-  extern "C" {                                                      \
-  extern decltype(&(function)) __imp_##function;                    \
-  decltype(&(function)) __imp_##function = &kvx::test::replacement; \
-  }
-KVX_REPLACE(WriteFile, write_to_disk)
-KVX_REPLACE(SetEndOfFile, cut)
-KVX_REPLACE(SetFilePointerEx, place)
-KVX_REPLACE(FlushFileBuffers, flush)
-KVX_REPLACE(ReadFile, read_from_disk)
+KVX_REPLACE(WriteFile, kvx::test::write_to_disk)
+KVX_REPLACE(SetEndOfFile, kvx::test::cut)
+KVX_REPLACE(SetFilePointerEx, kvx::test::place)
+KVX_REPLACE(FlushFileBuffers, kvx::test::flush)
+KVX_REPLACE(ReadFile, kvx::test::read_from_disk)
 
 namespace kvx::test {
 namespace {

@@ -15,6 +15,7 @@
 
 #include "net/stoppable_fetch.h"
 #include "net/transfer.h"
+#include "tests/support/replaced_function.h"
 #include "tests/support/scripted_server.h"
 
 namespace kvx::test {
@@ -22,23 +23,18 @@ namespace {
 
 size_t threads_left = std::numeric_limits<size_t>::max();
 
-}  // namespace
-}  // namespace kvx::test
-
-extern "C" {
-extern decltype(&_beginthreadex) __imp__beginthreadex;
-
 uintptr_t start_if_any_is_left(void* security, unsigned stack, unsigned(__stdcall* body)(void*), void* argument,
                                unsigned flags, unsigned* id) {
-  static const auto system_start = reinterpret_cast<decltype(&_beginthreadex)>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"msvcrt.dll"), "_beginthreadex")));
-  if (kvx::test::threads_left == 0) return 0;
-  --kvx::test::threads_left;
+  static const auto system_start = system_function<decltype(&_beginthreadex)>("_beginthreadex", L"msvcrt.dll");
+  if (threads_left == 0) return 0;
+  --threads_left;
   return system_start(security, stack, body, argument, flags, id);
 }
 
-decltype(&_beginthreadex) __imp__beginthreadex = &start_if_any_is_left;
-}
+}  // namespace
+}  // namespace kvx::test
+
+KVX_REPLACE(_beginthreadex, kvx::test::start_if_any_is_left)
 
 namespace kvx::test {
 namespace {
