@@ -34,6 +34,7 @@ function(kvx_launcher_program target identity version)
     INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/resources"
     OBJECT_DEPENDS "${CMAKE_SOURCE_DIR}/resources/launcher.manifest;${CMAKE_SOURCE_DIR}/resources/launcher.ico")
   add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/launcher/main.cpp"
+                 "${CMAKE_SOURCE_DIR}/launcher/stack_guard.cpp"
                  "${CMAKE_SOURCE_DIR}/launcher/system_libraries.cpp"
                  "${CMAKE_SOURCE_DIR}/launcher/terminate_handler.cpp" "${resource_script}")
   target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${kvx_warnings}>)

@@ -36,16 +36,23 @@ std::wstring previous_launcher_path(const std::wstring& self_path) {
   return stem + L".old.exe";
 }
 
+namespace {
+
 std::wstring installed_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.exe"; }
 
+}  // namespace
+
 std::wstring new_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.new.exe"; }
+
+bool is_left_by_a_self_update(const std::wstring& self_path, const std::wstring& install_dir) {
+  return equals_ignore_case(self_path, new_launcher_path(install_dir)) ||
+         equals_ignore_case(self_path, previous_launcher_path(installed_launcher_path(install_dir)));
+}
 
 void restore_missing_launcher(const std::wstring& self_path, const std::wstring& install_dir,
                               const std::wstring& temporary) {
   const std::wstring installed = installed_launcher_path(install_dir);
-  const bool runs_from_a_self_update = equals_ignore_case(self_path, new_launcher_path(install_dir)) ||
-                                       equals_ignore_case(self_path, previous_launcher_path(installed));
-  if (!runs_from_a_self_update || is_file(installed)) return;
+  if (!is_left_by_a_self_update(self_path, install_dir) || is_file(installed)) return;
   uint32_t error = 0;
   if (copy_file(self_path, temporary, error) && flush_file(temporary, error) &&
       move_file(temporary, installed, error)) {

@@ -11,9 +11,12 @@ namespace kvx {
 // Where a self-update puts the new launcher before it takes its place.
 [[nodiscard]] std::wstring new_launcher_path(const std::wstring& install_dir);
 
-// A self-update that was broken off between its moves leaves no KVXLauncher.exe. A launcher that the user then starts
-// under one of the two names above copies itself there, by way of the file `temporary` on the same volume, which is gone
-// afterwards. Each way it can end is logged.
+// Whether the launcher runs as KVXLauncher.new.exe or KVXLauncher.old.exe: a self-update that was broken off between
+// its moves leaves no KVXLauncher.exe, and the user has started one of these instead.
+[[nodiscard]] bool is_left_by_a_self_update(const std::wstring& self_path, const std::wstring& install_dir);
+
+// Makes such a launcher copy itself to KVXLauncher.exe where that is missing, by way of the file `temporary` on the
+// same volume, which is gone afterwards. Each way it can end is logged.
 void restore_missing_launcher(const std::wstring& self_path, const std::wstring& install_dir,
                               const std::wstring& temporary);
 

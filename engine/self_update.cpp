@@ -7,6 +7,7 @@
 #include "foundations/error_text.h"
 #include "foundations/files.h"
 #include "foundations/log.h"
+#include "foundations/paths.h"
 #include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "manifest/file_digest.h"
@@ -57,8 +58,8 @@ class SelfUpdate {
       log::write("launcher was just updated but the manifest still names a newer one: not updating again");
       return false;
     }
-    if (equals_ignore_case(context_.self_path, new_path_)) {
-      log::write("launcher runs as KVXLauncher.new.exe: not updating it");
+    if (is_left_by_a_self_update(context_.self_path, context_.install_dir)) {
+      log::write("launcher runs as %s: not updating it", to_utf8(file_name(context_.self_path)).c_str());
       return false;
     }
     return true;
@@ -131,23 +132,25 @@ class SelfUpdate {
   // previous one over it brings the old state back.
   void roll_back() {
     uint32_t error = 0;
-    if (!move_file(context_.self_path, new_path_, error)) log_failed_undo("move the new launcher away", error);
+    if (!move_file(context_.self_path, new_path_, error)) {
+      log::write("self-update: cannot move the new launcher away: %s", error_text(error).c_str());
+    }
     restore_previous_file();
     delete_new_file();
   }
 
   void restore_previous_file() {
     uint32_t error = 0;
-    if (!move_file(previous_path_, context_.self_path, error)) log_failed_undo("restore the previous launcher", error);
+    if (!move_file(previous_path_, context_.self_path, error)) {
+      log::write("self-update: cannot restore the previous launcher: %s", error_text(error).c_str());
+    }
   }
 
   void delete_new_file() {
     uint32_t error = 0;
-    if (!delete_file(new_path_, error)) log_failed_undo("delete KVXLauncher.new.exe", error);
-  }
-
-  static void log_failed_undo(const char* step, uint32_t error) {
-    log::write("self-update: cannot %s: %s", step, error_text(error).c_str());
+    if (!delete_file(new_path_, error)) {
+      log::write("self-update: cannot delete KVXLauncher.new.exe: %s", error_text(error).c_str());
+    }
   }
 
   const SelfUpdateContext& context_;

@@ -151,6 +151,7 @@ RunOutcome Updater::bring_up_to(const Release& release) {
   if (ui_.cancel_requested) return RunOutcome::cancelled;  // while the blobs were looked for
   if (work.first_install && !confirm_first_install(manifest, work)) return RunOutcome::cancelled;
   if (!ensure_disk_space(work.needed_bytes)) {
+    if (ui_.cancel_requested) return RunOutcome::cancelled;
     result_message_ = "not enough disk space";
     return RunOutcome::disk_full;
   }
@@ -204,6 +205,7 @@ bool Updater::ensure_disk_space(uint64_t needed) {
     const uint64_t free = environment_.free_space(layout_.install_dir);
     log::write("disk: %llu bytes free, %llu needed", free, needed);
     if (free >= needed) return true;
+    if (ui_.cancel_requested) return false;
     const std::wstring question = L"Not enough free disk space for the update.\n\nNeeded: " + format_size(needed) +
                                   L"\nAvailable: " + format_size(free) + L"\n\nFree some space, then press Retry.";
     if (ui_.message_box(question, style_retry) != button_retry) return false;

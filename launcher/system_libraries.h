@@ -1,6 +1,6 @@
 // Where the program takes Windows' libraries from. A launcher lies in a folder where anybody may put a file, and
 // Windows looks there first for a library that it does not keep in memory for everybody (KnownDLLs). The program
-// therefore imports no such library by its name: winhttp.dll and bcrypt.dll are loaded at their first call.
+// therefore imports no such library by its name: winhttp.dll and bcrypt.dll are loaded when it has said where to look.
 #pragma once
 
 namespace kvx {

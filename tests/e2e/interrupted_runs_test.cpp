@@ -347,6 +347,31 @@ TEST_P(InterruptedRun, KilledBetweenTheMovesOfASelfUpdateStartsOver) {
   then_the_installation_is(release, "1.1", "2");
 }
 
+// As a computer that goes off between the two renames leaves it.
+TEST_P(InterruptedRun, ASelfUpdateWithoutItsProgramIsRepairedByStartingWhatIsLeft) {
+  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const ReleaseBuilder release = second_release().launcher("1.0.1", next);
+  for (const char* left : {"KVXLauncher.old.exe", "KVXLauncher.new.exe"}) {
+    SCOPED_TRACE(left);
+    use_folder(std::make_unique<PlayerFolder>());
+    given_installed(first_release());
+    given_published(release);
+    ASSERT_NE(MoveFileW(folder().launcher().c_str(), folder().file(left).c_str()), 0);
+    when_started_through(folder().file(left), folder().path());
+    then_ends(0, launched, "updated to 1.1");
+    then_the_log_has({std::string("KVXLauncher.exe was missing: restored from ") + left,
+                      std::string("launcher runs as ") + left + ": not updating it"});
+    EXPECT_EQ(read_text(folder().launcher()), folder().read(left));
+
+    given_a_hand_over_is_awaited();
+    when_started();
+    then_ends(50, not_launched, "launcher updated to 1.0.1");
+    when_the_new_launcher_takes_over();
+    then_ends(0, launched, "up to date 1.1");
+    then_the_installation_is(release, "1.1", "2");
+  }
+}
+
 TEST_P(InterruptedRun, KilledAfterAHandOverIsFinishedByTheNextStart) {
   given_installed(first_release());
   const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));

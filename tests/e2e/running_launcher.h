@@ -38,7 +38,7 @@ class RunningLauncher {
   // Through the button, as a mouse or keyboard does; through the title bar's close button.
   void press_cancel();
   void close_window();
-  // The button says that it was pressed and cannot be pressed again.
+  // The button says that it was pressed and cannot be pressed again, or the launcher has already ended.
   void wait_until_cancelling();
   // Says that the window is on a monitor of this DPI now; the suggested place leaves the frame as it is.
   void change_dpi(uint16_t dpi);

@@ -365,9 +365,8 @@ TEST_F(SelfUpdateWithAPerson, IsCancelledDuringItsDownload) {
   ASSERT_TRUE(gate.wait_until_reached());
   run().wait_for_detail(L"* of " + format_size(next.size()) + L"*");
   run().press_cancel();
-  run().wait_until_cancelling();
-  gate.open();
   then_ends(60, not_launched, "");
+  gate.open();
   then_the_log_says({signature_ok, comparison("1.0.1", next)});
   then_requests_are({"manifest.json", "manifest.sig", blob_url_path(next)});
   then_game_is(files_of(first_release()));

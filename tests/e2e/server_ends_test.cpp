@@ -553,36 +553,8 @@ TEST_P(RefusedRelease, ThatWouldReplaceALauncherOfAnotherName) {
 
 // ---- A system library that does not do its part.
 
-// Beside this launcher lies a library of that name, and the launcher uses it.
-class OwnLibrary {
- public:
-  OwnLibrary(const PlayerFolder& folder, const std::wstring& name, const std::string& file)
-      : program_key_(program_keys + folder.launcher_name()) {
-    copy_program(to_wide(file), folder.path() + L"\\" + name + L".dll");
-    // Wine would take its own library first.
-    constexpr wchar_t native[] = L"native";
-    EXPECT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, (program_key_ + L"\\DllOverrides").c_str(), name.c_str(), REG_SZ,
-                              native, sizeof(native)),
-              ERROR_SUCCESS);
-  }
-  OwnLibrary(const OwnLibrary&) = delete;
-  OwnLibrary& operator=(const OwnLibrary&) = delete;
-  ~OwnLibrary() { RegDeleteTreeW(HKEY_CURRENT_USER, program_key_.c_str()); }
-
- private:
-  static constexpr wchar_t program_keys[] = L"Software\\Wine\\AppDefaults\\";
-  std::wstring program_key_;
-};
-
-// No other launcher has this name, so that no other story's launcher takes the library.
-std::unique_ptr<PlayerFolder> folder_of_a_launcher_of_its_own() {
-  return std::make_unique<PlayerFolder>(L"KVX-" + std::to_wstring(GetCurrentProcessId()) + L".exe");
-}
-
 class WithoutNetwork : public InBothWays {
  protected:
-  WithoutNetwork() { use_folder(folder_of_a_launcher_of_its_own()); }
-
   static std::string message() {
     return "The network could not be initialised (WinHttpOpen: " + error_text(ERROR_NOT_ENOUGH_MEMORY) + ").";
   }
@@ -591,7 +563,7 @@ KVX_TELL_IN_BOTH_WAYS(WithoutNetwork);
 
 TEST_P(WithoutNetwork, TheInstalledGameIsStarted) {
   given_installed(release_with_arguments());
-  const OwnLibrary network(folder(), L"winhttp", KVX_NETWORK_WITHOUT_START);
+  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_NETWORK), folder().launcher());
   when_started();
   then_asks(confirm_prompt(to_wide(message()) + version_will_start), IDOK);
   then_ends(10, launched, message());
@@ -601,7 +573,7 @@ TEST_P(WithoutNetwork, TheInstalledGameIsStarted) {
 }
 
 TEST_P(WithoutNetwork, NothingInstalledIsSaid) {
-  const OwnLibrary network(folder(), L"winhttp", KVX_NETWORK_WITHOUT_START);
+  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_NETWORK), folder().launcher());
   when_started();
   then_asks(error_prompt(to_wide(message()) + not_installed), IDOK);
   then_ends(10, not_launched, message());
@@ -612,9 +584,8 @@ class WithoutSha256 : public InBothWays {};
 KVX_TELL_IN_BOTH_WAYS(WithoutSha256);
 
 TEST_P(WithoutSha256, NeitherAReleaseNorTheInstalledGameIsTrusted) {
-  use_folder(folder_of_a_launcher_of_its_own());
   given_installed(release_with_arguments());
-  const OwnLibrary cryptography(folder(), L"bcrypt", KVX_HASH_WITHOUT_START);
+  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_HASH), folder().launcher());
   when_started();
   const std::string reason = "SHA-256 not available";
   const std::string message = failed_security_check(reason);
@@ -625,9 +596,7 @@ TEST_P(WithoutSha256, NeitherAReleaseNorTheInstalledGameIsTrusted) {
   log.push_back("installed manifest unusable: " + reason);
   then_the_log_says(log);
   then_requests_are(three_times({"manifest.json", "manifest.sig"}));
-  Files files = files_of(release_with_arguments());
-  files["bcrypt.dll"] = folder().read("bcrypt.dll");
-  then_game_is(files);
+  then_game_is(files_of(release_with_arguments()));
   then_state_is(installed_state("1.0", "1"));
 }
 

@@ -92,6 +92,7 @@ class Story : public testing::Test {
 
   [[nodiscard]] RunningLauncher& run() { return *run_; }
   [[nodiscard]] std::vector<std::string> requests() const;
+  [[nodiscard]] size_t requests_before_this_run() const { return earlier_requests_; }
 
   // The files of a release as they lie in the player's folder.
   [[nodiscard]] static Files files_of(const ReleaseBuilder& release);

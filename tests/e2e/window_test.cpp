@@ -401,8 +401,8 @@ TEST_F(WindowOfARun, CanBeCancelledWithTheKeyboard) {
     ASSERT_TRUE(wait_until([this] { return focused_control() == run().window().cancel_button; }));
     press_key(run().window().cancel_button, key);
     run().wait_until_cancelling();
-    gate.open();
     then_ends(60, not_launched, "");
+    gate.open();
   }
 }
 
