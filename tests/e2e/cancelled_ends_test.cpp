@@ -5,6 +5,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sstream>
 
 #include "foundations/display_format.h"
@@ -144,14 +145,15 @@ TEST_F(Cancelled, WhileTheServerSendsOneByteASecond) {
 
 TEST_F(Cancelled, WhileItWaitsToAskAgain) {
   given_installed(first_release());
-  server_.always("manifest.json", answer(503));
+  const Gate late;  // for a cancel that comes after the wait
+  server_.script("manifest.json", {answer(503), answer(503), ScriptedResponse().wait_for(late)});
   when_started();
   run().wait_until_cancel_is(true);  // finds the button, so that it is pressed at once later on
   when_it_has_logged("manifest fetch: HTTP 503", 2);
   run().press_cancel();
   then_it_ends_and_nothing_happened();
-  then_the_log_says({"manifest fetch: HTTP 503", "manifest fetch: HTTP 503"});
-  then_requests_are({"manifest.json", "manifest.json"});
+  late.open();
+  then_the_log_has({"manifest fetch: HTTP 503", "manifest fetch: HTTP 503", "exit code 60 (launched=0)"});
 }
 
 TEST_F(Cancelled, WhileTheSignatureIsFetched) {
@@ -378,7 +380,9 @@ TEST_F(Cancelled, WhileAPartialFileIsReadAgain) {
 TEST_F(Cancelled, WhileADownloadWaitsToBeTriedAgain) {
   given_installed(first_release());
   given_published(long_update());
-  server_.always(blob_url_path(long_content()), answer(503));
+  const Gate late;  // for a cancel that comes after the wait
+  server_.script(blob_url_path(long_content()),
+                 {answer(503), answer(503), answer(503), ScriptedResponse().wait_for(late)});
   when_started();
   const std::string waiting = "download of " + sha256_hex(long_content()) +
                               " interrupted at 0 bytes (the server answered HTTP 503); retrying in ";
@@ -388,9 +392,27 @@ TEST_F(Cancelled, WhileADownloadWaitsToBeTriedAgain) {
   then_it_ends_and_nothing_happened();
   then_the_log_says({"manifest: * bytes, signature OK (key primary)", "manifest: version 1.1 serial 2, *",
                      "update to 1.1: *", "disk: *", waiting + "2000 ms", waiting + "4000 ms", waiting + "8000 ms"});
-  const std::string blob = blob_url_path(long_content());
-  then_requests_are({"manifest.json", "manifest.sig", blob, blob, blob});
+  late.open();
   then_staged_is({staged_part(long_content(), 0)});
+}
+
+// ---- while an installation that matches is tidied up
+
+TEST_F(Cancelled, WhileFilesLeftOverCannotBeDeleted) {
+  given_installed(first_release());
+  // Each keeps the run for some seconds.
+  std::vector<std::unique_ptr<FileLock>> locks;
+  for (const std::string number : {"1", "2", "3", "4", "5", "6", "7", "8"}) {
+    folder().write(".kvx_patch/dl/left over " + number, "");
+    locks.push_back(std::make_unique<FileLock>(folder().file(".kvx_patch/dl/left over " + number)));
+  }
+  when_started();
+  run().wait_until_cancel_is(true);
+  when_it_has_logged("installation matches version 1.0");
+  run().press_cancel();
+  then_it_ends_and_nothing_happened();
+  then_the_log_says({"manifest: * bytes, signature OK (key primary)", "manifest: version 1.0 serial 1, *",
+                     "installation matches version 1.0"});
 }
 
 // ---- when it is not possible
