@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the other scripts need and this Debian lacks, and says so:
-#   install_packages.sh [build] [test] [demo] [lint]     (by default all of them)
+#   install_packages.sh [build] [test] [demo] [lint] [bench]     (by default all but bench)
 # Needs root or sudo only when something is missing.
 set -euo pipefail
 
@@ -11,6 +11,9 @@ demo=("${test[@]}" xdotool imagemagick)
 lint=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy clang-format
       lld libclang-rt-14-dev)
 
+# What the programs of bench/ are held against.
+bench=(rapidjson-dev curl aria2)
+
 [ $# -gt 0 ] || set -- build test demo lint
 wanted=()
 for group in "$@"; do
@@ -19,6 +22,7 @@ for group in "$@"; do
     test) wanted+=("${test[@]}") ;;
     demo) wanted+=("${demo[@]}") ;;
     lint) wanted+=("${lint[@]}") ;;
+    bench) wanted+=("${bench[@]}") ;;
     *) echo "install_packages.sh: no such group: $group" >&2; exit 2 ;;
   esac
 done
