@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "foundations/stop_signal.h"
 
@@ -23,6 +25,10 @@ class BlobStore {
   [[nodiscard]] std::wstring partial_path(const std::string& hash) const;
   [[nodiscard]] std::wstring blob_path(const std::string& hash) const;
 
+  // Lists both folders, so that the next two need not ask the system for every single blob. From then on they do not
+  // see what else comes or goes, but for clear_staging.
+  void take_stock();
+
   // True when a finished blob of that size is there. Its content is not read.
   [[nodiscard]] bool has_blob(const std::string& hash, uint64_t size) const;
 
@@ -32,11 +38,22 @@ class BlobStore {
 
   // Deletes everything in both folders; what cannot be deleted stays. Ends early when `stop`, which may be null, is
   // requested.
-  void clear_staging(const StopSignal* stop = nullptr) const;
+  void clear_staging(const StopSignal* stop = nullptr);
 
  private:
+  using SizeByName = std::unordered_map<std::wstring, uint64_t>;
+  struct Stock {
+    SizeByName partial;
+    SizeByName finished;
+  };
+
+  // Nothing where there is no such file.
+  [[nodiscard]] std::optional<uint64_t> finished_size(const std::string& hash) const;
+  [[nodiscard]] std::optional<uint64_t> partial_size(const std::string& hash) const;
+
   std::wstring download_dir_;
   std::wstring blobs_dir_;
+  std::optional<Stock> stock_;
 };
 
 }  // namespace kvx

@@ -1,5 +1,6 @@
 #include "engine/hash_cache.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "engine/text_lines.h"
@@ -13,9 +14,28 @@ constexpr uint64_t largest_file_bytes = 67108864;
 constexpr size_t digest_chars = 64;
 constexpr size_t usual_line_bytes = 128;
 
-std::wstring entry_key(const std::string& path) { return to_upper(to_wide(path)); }
+// The UTF-8 of to_upper(to_wide(path)). For ASCII, which nearly every path is, that needs no conversion.
+std::string entry_key(std::string_view path) {
+  std::string key(path);
+  for (char& c : key) {
+    if (static_cast<unsigned char>(c) >= 0x80) return to_utf8(to_upper(to_wide(path)));
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return key;
+}
 
-uint64_t to_number(std::string_view text) { return std::strtoull(std::string(text).c_str(), nullptr, 10); }
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// As strtoull reads it, whatever the text is.
+uint64_t to_number(std::string_view text) {
+  constexpr size_t safe_digits = 19;  // any number of so many fits
+  if (text.size() > safe_digits || !std::all_of(text.begin(), text.end(), is_digit)) {
+    return std::strtoull(std::string(text).c_str(), nullptr, 10);
+  }
+  uint64_t number = 0;
+  for (const char c : text) number = number * 10 + static_cast<uint64_t>(c - '0');
+  return number;
+}
 
 }  // namespace
 
@@ -25,7 +45,9 @@ void HashCache::load(const std::wstring& path) {
   dirty_ = false;
   std::string bytes;
   if (!read_file(path, largest_file_bytes, bytes)) return;
-  for (const std::string_view line : split_lines(bytes)) load_line(line);
+  const std::vector<std::string_view> lines = split_lines(bytes);
+  entries_.reserve(lines.size());
+  for (const std::string_view line : lines) load_line(line);
 }
 
 // "digest size time path"; the path is last because it may hold blanks.
@@ -44,23 +66,23 @@ void HashCache::load_line(std::string_view line) {
   entry.size = to_number(line.substr(size_at, size_end - size_at));
   entry.last_write_time = to_number(line.substr(size_end + 1, time_end - size_end - 1));
   entry.path = line.substr(time_end + 1);
-  std::wstring key = entry_key(entry.path);
+  std::string key = entry_key(entry.path);
   entries_.insert_or_assign(std::move(key), std::move(entry));
 }
 
-const std::string* HashCache::lookup(const std::string& path, uint64_t size, uint64_t last_write_time) const {
+const std::string* HashCache::lookup(std::string_view path, uint64_t size, uint64_t last_write_time) const {
   const auto found = entries_.find(entry_key(path));
   if (found == entries_.end()) return nullptr;
   const Entry& entry = found->second;
   return entry.size == size && entry.last_write_time == last_write_time ? &entry.sha256 : nullptr;
 }
 
-void HashCache::put(const std::string& path, uint64_t size, uint64_t last_write_time, const std::string& sha256) {
-  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, path});
+void HashCache::put(std::string_view path, uint64_t size, uint64_t last_write_time, const std::string& sha256) {
+  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, std::string(path)});
   dirty_ = true;
 }
 
-void HashCache::drop(const std::string& path) {
+void HashCache::drop(std::string_view path) {
   if (entries_.erase(entry_key(path)) > 0) dirty_ = true;
 }
 

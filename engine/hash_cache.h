@@ -22,10 +22,10 @@ class HashCache {
 
   // The digest of a file that has this size (bytes) and last-write time (100 ns units since 1601), null when it is not
   // known. Valid until the cache changes.
-  [[nodiscard]] const std::string* lookup(const std::string& path, uint64_t size, uint64_t last_write_time) const;
+  [[nodiscard]] const std::string* lookup(std::string_view path, uint64_t size, uint64_t last_write_time) const;
 
-  void put(const std::string& path, uint64_t size, uint64_t last_write_time, const std::string& sha256);
-  void drop(const std::string& path);
+  void put(std::string_view path, uint64_t size, uint64_t last_write_time, const std::string& sha256);
+  void drop(std::string_view path);
 
   // Writes nothing when nothing changed since the last load or save. On failure the file on disk stays as it was. A
   // program that holds the file is waited for, until `stop`, which may be null, is requested.
@@ -42,7 +42,7 @@ class HashCache {
   void load_line(std::string_view line);
 
   std::wstring path_;
-  std::unordered_map<std::wstring, Entry> entries_;  // by upper-cased path
+  std::unordered_map<std::string, Entry> entries_;  // by upper-cased path
   bool dirty_ = false;
 };
 

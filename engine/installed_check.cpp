@@ -1,8 +1,11 @@
 #include "engine/installed_check.h"
 
+#include <algorithm>
+
+#include "foundations/clock.h"
 #include "foundations/files.h"
 #include "foundations/log.h"
-#include "foundations/text.h"
+#include "foundations/paths.h"
 #include "manifest/file_digest.h"
 
 namespace kvx {
@@ -16,27 +19,51 @@ class InstalledCheck {
 
   bool run() {
     if (manifest_.files.empty()) return true;
-    for (uint64_t index = 0; index < manifest_.files.size(); ++index) judge_by_stamp(index);
+    for (uint64_t index = 0; index < manifest_.files.size(); ++index) {
+      if (context_.stop.requested()) return false;
+      judge_by_stamp(index);
+    }
     if (to_hash_.empty()) return true;
     announce_hashing();
-    for (const uint64_t index : to_hash_) {
-      if (!judge_by_content(index)) return false;
-      save_cache();
-    }
+    const bool finished = hash_files();
     static_cast<void>(context_.cache.save(&context_.stop));
-    context_.ui.end_progress();
-    return true;
+    if (finished) context_.ui.end_progress();
+    return finished;
   }
 
  private:
-  // After every file, so that the work of a long check survives a cancel or a crash. A cache that something holds takes
-  // seconds to fail; it is not waited for again before the end.
-  void save_cache() {
-    if (cache_can_be_saved_) cache_can_be_saved_ = context_.cache.save(&context_.stop);
+  bool hash_files() {
+    for (const uint64_t index : to_hash_) {
+      if (!judge_by_content(index)) return false;
+      save_new_digests();
+    }
+    return true;
   }
 
-  [[nodiscard]] std::wstring full_path(const ManifestFile& file) const {
-    return context_.install_dir + L'\\' + file.native_path;
+  // After every file, so that the work of a long check survives a crash; but when all saves together have cost more
+  // than a twentieth of the check's time, only once they have not. A cache that something holds takes seconds to fail;
+  // it is not waited for again before the end.
+  void save_new_digests() {
+    constexpr uint64_t least_time_for_saving = 20;
+    if (!has_new_digests_ || !cache_can_be_saved_) return;
+    const uint32_t now_ms = tick_count_ms();
+    if (saving_ms_ * least_time_for_saving > now_ms - start_ms_) return;
+    cache_can_be_saved_ = context_.cache.save(&context_.stop);
+    has_new_digests_ = false;
+    saving_ms_ += tick_count_ms() - now_ms;
+  }
+
+  // Valid until the next call.
+  [[nodiscard]] const std::wstring& full_path(const ManifestFile& file) {
+    path_.resize(folder_chars_);
+    return path_ += file.native_path;
+  }
+
+  // The path in native form as the cache knows it. Valid until the next call.
+  [[nodiscard]] const std::string& cache_path(const ManifestFile& file) {
+    cache_path_ = file.path;
+    std::replace(cache_path_.begin(), cache_path_.end(), '/', '\\');
+    return cache_path_;
   }
 
   void judge_by_stamp(uint64_t index) {
@@ -47,7 +74,7 @@ class InstalledCheck {
       return;
     }
     const std::string* known =
-        context_.repair ? nullptr : context_.cache.lookup(to_utf8(file.native_path), stamp.size, stamp.last_write_time);
+        context_.repair ? nullptr : context_.cache.lookup(cache_path(file), stamp.size, stamp.last_write_time);
     if (known == nullptr) {
       to_hash_.push_back(index);
       check_bytes_ += file.size;
@@ -65,22 +92,25 @@ class InstalledCheck {
   // False when a stop was requested.
   bool judge_by_content(uint64_t index) {
     const ManifestFile& file = manifest_.files[index];
-    const std::wstring path = full_path(file);
+    const std::wstring& path = full_path(file);
     FileStamp stamp;
     const bool has_stamp = file_stamp(path, stamp);
     std::string error = "SHA-256 not available";  // unless the file itself has another reason
-    const std::string digest = hash_file(
+    const std::string digest = hasher_.hash(
         path,
         [this](uint64_t bytes) {
           context_.ui.progress_done += bytes;
-          return !context_.stop.requested();
+          if (context_.stop.requested()) return false;
+          save_new_digests();  // of earlier files: this one may take minutes
+          return true;
         },
         error);
     if (context_.stop.requested()) return false;
     if (digest.empty()) {
       log::write("cannot read %s: %s", file.path.c_str(), error.c_str());
     } else if (has_stamp) {
-      context_.cache.put(to_utf8(file.native_path), stamp.size, stamp.last_write_time, digest);
+      context_.cache.put(cache_path(file), stamp.size, stamp.last_write_time, digest);
+      has_new_digests_ = true;
     }
     if (digest != file.sha256) to_replace_.push_back(index);
     return true;
@@ -91,7 +121,16 @@ class InstalledCheck {
   std::vector<uint64_t>& to_replace_;
   std::vector<uint64_t> to_hash_;
   uint64_t check_bytes_ = 0;
+
+  const uint32_t start_ms_ = tick_count_ms();
+  uint64_t saving_ms_ = 0;  // of all saves so far
+  bool has_new_digests_ = false;
   bool cache_can_be_saved_ = true;
+
+  FileHasher hasher_;
+  std::wstring path_ = long_path(context_.install_dir) + L'\\';
+  const size_t folder_chars_ = path_.size();
+  std::string cache_path_;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "foundations/clock.h"
 #include "foundations/paths.h"
@@ -20,7 +21,7 @@ constexpr uint32_t retry_pause_step_ms = 100;
 
 uint64_t join_words(DWORD high, DWORD low) { return (uint64_t{high} << 32) | low; }
 
-DWORD attributes_of(const std::wstring& path) { return GetFileAttributesW(long_path(path).c_str()); }
+DWORD attributes_of(const std::wstring& path) { return GetFileAttributesW(LongPath(path).c_str()); }
 
 // Another program's grip on a file, which often ends by itself.
 bool is_passing(uint32_t error) {
@@ -56,7 +57,7 @@ bool with_retries(Attempt attempt, uint32_t& error, const StopSignal* stop) {
 }
 
 bool move_file_once(const std::wstring& from, const std::wstring& to, uint32_t& error) {
-  if (MoveFileExW(long_path(from).c_str(), long_path(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
+  if (MoveFileExW(LongPath(from).c_str(), LongPath(to).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
       0) {
     return true;
   }
@@ -66,8 +67,8 @@ bool move_file_once(const std::wstring& from, const std::wstring& to, uint32_t& 
 }
 
 bool flush_file_once(const std::wstring& path, uint32_t& error) {
-  const FileHandle file(CreateFileW(long_path(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const FileHandle file(CreateFileW(LongPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (file) return flush_to_disk(file.get(), error);
   error = GetLastError();
   if (error == ERROR_ACCESS_DENIED) clear_read_only(path);
@@ -106,7 +107,7 @@ bool is_file(const std::wstring& path) {
 
 bool file_stamp(const std::wstring& path, FileStamp& stamp) {
   WIN32_FILE_ATTRIBUTE_DATA data;
-  if (GetFileAttributesExW(long_path(path).c_str(), GetFileExInfoStandard, &data) == 0) return false;
+  if (GetFileAttributesExW(LongPath(path).c_str(), GetFileExInfoStandard, &data) == 0) return false;
   if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return false;
   stamp.size = join_words(data.nFileSizeHigh, data.nFileSizeLow);
   stamp.last_write_time = join_words(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
@@ -119,8 +120,8 @@ bool create_folders(const std::wstring& path, uint32_t& error) {
   if (path.empty()) return false;
   if (is_folder(path)) return true;
   const std::wstring parent = parent_path(path);
-  if (!parent.empty() && parent != path && !is_folder(parent) && !create_folders(parent, error)) return false;
-  if (CreateDirectoryW(long_path(path).c_str(), nullptr) != 0) return true;
+  if (!parent.empty() && parent != path && !create_folders(parent, error)) return false;
+  if (CreateDirectoryW(LongPath(path).c_str(), nullptr) != 0) return true;
   error = GetLastError();
   return error == ERROR_ALREADY_EXISTS && is_folder(path);
 }
@@ -130,22 +131,30 @@ bool create_folders(const std::wstring& path) {
   return create_folders(path, error);
 }
 
+std::vector<FolderEntry> list_entries(const std::wstring& folder) {
+  std::vector<FolderEntry> entries;
+  WIN32_FIND_DATAW found;
+  const FindHandle search(FindFirstFileExW(long_path(join_path(folder, L"*")).c_str(), FindExInfoBasic, &found,
+                                           FindExSearchNameMatch, nullptr, 0));
+  if (!search) return entries;
+  do {
+    const std::wstring name = found.cFileName;
+    if (name == L"." || name == L"..") continue;
+    entries.push_back({name, join_words(found.nFileSizeHigh, found.nFileSizeLow),
+                       (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+  } while (FindNextFileW(search.get(), &found) != 0);
+  return entries;
+}
+
 std::vector<std::wstring> list_folder(const std::wstring& folder) {
   std::vector<std::wstring> names;
-  WIN32_FIND_DATAW entry;
-  const FindHandle search(FindFirstFileExW(long_path(join_path(folder, L"*")).c_str(), FindExInfoBasic, &entry,
-                                           FindExSearchNameMatch, nullptr, 0));
-  if (!search) return names;
-  do {
-    const std::wstring name = entry.cFileName;
-    if (name != L"." && name != L"..") names.push_back(name);
-  } while (FindNextFileW(search.get(), &entry) != 0);
+  for (FolderEntry& entry : list_entries(folder)) names.push_back(std::move(entry.name));
   return names;
 }
 
 bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes) {
   bytes.clear();
-  const FileHandle file(CreateFileW(long_path(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+  const FileHandle file(CreateFileW(LongPath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return false;
   LARGE_INTEGER size;
@@ -158,7 +167,7 @@ bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes) {
 
 bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error, const StopSignal* stop) {
   const std::wstring temporary = path + L".tmp";
-  FileHandle file(CreateFileW(long_path(temporary).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+  FileHandle file(CreateFileW(LongPath(temporary).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     error = GetLastError();
@@ -167,7 +176,7 @@ bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint3
   const bool on_disk = write_all(file.get(), bytes.data(), bytes.size(), error) && flush_to_disk(file.get(), error);
   file.reset();
   if (on_disk && move_file(temporary, path, error, stop)) return true;
-  DeleteFileW(long_path(temporary).c_str());
+  DeleteFileW(LongPath(temporary).c_str());
   return false;
 }
 
@@ -185,14 +194,14 @@ bool delete_file(const std::wstring& path, uint32_t& error, const StopSignal* st
 }
 
 bool delete_file_once(const std::wstring& path, uint32_t& error) {
-  if (DeleteFileW(long_path(path).c_str()) != 0) return true;
+  if (DeleteFileW(LongPath(path).c_str()) != 0) return true;
   error = GetLastError();
   if (error == ERROR_ACCESS_DENIED) clear_read_only(path);
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
 bool copy_file(const std::wstring& from, const std::wstring& to, uint32_t& error) {
-  if (CopyFileExW(long_path(from).c_str(), long_path(to).c_str(), nullptr, nullptr, nullptr, 0) != 0) return true;
+  if (CopyFileExW(LongPath(from).c_str(), LongPath(to).c_str(), nullptr, nullptr, nullptr, 0) != 0) return true;
   error = GetLastError();
   return false;
 }
@@ -204,7 +213,7 @@ bool flush_file(const std::wstring& path, uint32_t& error) {
 void clear_read_only(const std::wstring& path) {
   const DWORD attributes = attributes_of(path);
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_READONLY) == 0) return;
-  SetFileAttributesW(long_path(path).c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
+  SetFileAttributesW(LongPath(path).c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
 }
 
 uint64_t free_space(const std::wstring& folder) {

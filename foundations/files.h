@@ -32,7 +32,16 @@ struct FileStamp {
 [[nodiscard]] bool create_folders(const std::wstring& path, uint32_t& error);
 [[nodiscard]] bool create_folders(const std::wstring& path);
 
-// Names of all entries but "." and "..", in the system's order; empty when the folder is missing or unreadable.
+struct FolderEntry {
+  std::wstring name;
+  uint64_t size = 0;  // bytes, of a file
+  bool is_folder = false;
+};
+
+// All entries but "." and "..", in the system's order; empty when the folder is missing or unreadable.
+[[nodiscard]] std::vector<FolderEntry> list_entries(const std::wstring& folder);
+
+// Their names alone.
 [[nodiscard]] std::vector<std::wstring> list_folder(const std::wstring& folder);
 
 // On failure, also for a file of more than `limit` bytes, `bytes` is empty.

@@ -19,6 +19,9 @@ std::wstring long_path(const std::wstring& path) {
   return std::wstring(plain_prefix) + path;
 }
 
+LongPath::LongPath(const std::wstring& path)
+    : made_(path.starts_with(plain_prefix) ? std::wstring() : long_path(path)), path_(made_.empty() ? path : made_) {}
+
 std::wstring without_long_path_prefix(const std::wstring& path) {
   if (path.starts_with(unc_prefix)) return std::wstring(unc_start) + path.substr(unc_prefix.size());
   if (path.starts_with(plain_prefix)) return path.substr(plain_prefix.size());

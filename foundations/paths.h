@@ -9,6 +9,19 @@ namespace kvx {
 // "\\?\UNC\server\share" for "\\server\share", unchanged when it already starts with "\\?\". The path must be full.
 [[nodiscard]] std::wstring long_path(const std::wstring& path);
 
+// The long form of a path for the length of one system call, without a copy where the path has that form already. The
+// path must outlive it.
+class LongPath {
+ public:
+  explicit LongPath(const std::wstring& path);
+
+  [[nodiscard]] const wchar_t* c_str() const { return path_.c_str(); }
+
+ private:
+  const std::wstring made_;
+  const std::wstring& path_;
+};
+
 // The path without the prefixes that long_path adds.
 [[nodiscard]] std::wstring without_long_path_prefix(const std::wstring& path);
 

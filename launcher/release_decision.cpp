@@ -142,9 +142,11 @@ RunOutcome Updater::bring_up_to(const Release& release) {
   WorkList work;
   work.first_install = is_first_install(manifest);
   if (!plan(manifest, work.files_to_replace)) return RunOutcome::cancelled;
-  work.files_to_remove = count_removable(manifest, layout_.install_dir);
+  work.files_to_remove = count_removable(manifest, layout_.install_dir, stop_);
+  if (ui_.cancel_requested) return RunOutcome::cancelled;  // before all removals were looked for
   if (work.files_to_replace.empty() && work.files_to_remove == 0) return finish_up_to_date(release);
 
+  store_.take_stock();
   plan_downloads(
       manifest, [this](const std::string& hash, uint64_t size) { return staged_bytes(hash, size); }, work);
   log_work(manifest, work);

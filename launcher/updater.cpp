@@ -82,7 +82,7 @@ bool Updater::plan(const Manifest& manifest, std::vector<uint64_t>& to_replace) 
 
 uint64_t Updater::staged_bytes(const std::string& hash, uint64_t size) const { return store_.staged_bytes(hash, size); }
 
-void Updater::clear_staging(const StopSignal* stop) const { store_.clear_staging(stop); }
+void Updater::clear_staging(const StopSignal* stop) { store_.clear_staging(stop); }
 
 bool Updater::download_blob(const std::string& hash, uint64_t size, std::string& error) {
   return download_one(download_context(), transfer_threads_, {hash, size}, error);

@@ -53,7 +53,7 @@ class Updater {
   // True when the check ran to its end; false when a stop was requested.
   [[nodiscard]] bool plan(const Manifest& manifest, std::vector<uint64_t>& to_replace);
   [[nodiscard]] uint64_t staged_bytes(const std::string& hash, uint64_t size) const;
-  void clear_staging(const StopSignal* stop = nullptr) const;
+  void clear_staging(const StopSignal* stop = nullptr);
   [[nodiscard]] bool download_blob(const std::string& hash, uint64_t size, std::string& error);
   // Pauses; false as soon as a stop is requested.
   [[nodiscard]] bool wait_or_stop(uint32_t milliseconds) const;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/blob_download.h"
+#include "foundations/stop_signal.h"
 #include "manifest/manifest.h"
 
 namespace kvx {
@@ -21,8 +22,8 @@ struct WorkList {
   bool first_install = false;
 };
 
-// How many of the manifest's removals are there to be removed.
-[[nodiscard]] size_t count_removable(const Manifest& manifest, const std::wstring& install_dir);
+// How many of the manifest's removals are there to be removed; of those looked at, when `stop` is requested meanwhile.
+[[nodiscard]] size_t count_removable(const Manifest& manifest, const std::wstring& install_dir, const StopSignal& stop);
 
 // How many bytes of a blob are on disk already.
 using StagedBytes = std::function<uint64_t(const std::string& hash, uint64_t size)>;

@@ -4,7 +4,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
 
-rows=(repair-small repair-large install-small install-large install-mixed start start-whole manifest)
+rows=(repair-small repair-large install-small install-large install-mixed start start-whole)
+[ ! -e bench/manifest_speed.cpp ] || rows+=(manifest)
 
 usage() {
   cat <<USAGE

@@ -39,7 +39,34 @@ TEST_F(BlobStoreFolders, CountStagedBytesByFileSizesAlone) {
     if (c.partial >= 0) write_text(store_.partial_path(hash), std::string(static_cast<size_t>(c.partial), 'x'));
     EXPECT_EQ(store_.staged_bytes(hash, 10), c.staged) << c.finished << " finished, " << c.partial << " partial";
     EXPECT_EQ(store_.has_blob(hash, 10), c.finished == 10) << c.finished;
+    store_.take_stock();
+    EXPECT_EQ(store_.staged_bytes(hash, 10), c.staged) << c.finished << " finished, " << c.partial << " partial";
+    EXPECT_EQ(store_.has_blob(hash, 10), c.finished == 10) << c.finished;
   }
+}
+
+TEST_F(BlobStoreFolders, AreNotAskedAgainAfterTakingStock) {
+  const std::string late(64, 'b');
+  write_text(store_.blob_path(hash), "0123456789");
+  store_.take_stock();
+  write_text(store_.blob_path(late), "0123456789");
+  write_text(store_.partial_path(late), "01234");
+  EXPECT_TRUE(store_.has_blob(hash, 10));
+  EXPECT_FALSE(store_.has_blob(late, 10));
+  EXPECT_EQ(store_.staged_bytes(late, 10), 0U);
+  store_.take_stock();
+  EXPECT_TRUE(store_.has_blob(late, 10));
+  store_.clear_staging();
+  EXPECT_FALSE(store_.has_blob(late, 10));
+  write_text(store_.partial_path(late), "01234");
+  EXPECT_EQ(store_.staged_bytes(late, 10), 5U);
+}
+
+TEST_F(BlobStoreFolders, DoNotCountAFolderAsABlob) {
+  make_folder(store_.blob_path(hash));
+  EXPECT_FALSE(store_.has_blob(hash, 0));
+  store_.take_stock();
+  EXPECT_FALSE(store_.has_blob(hash, 0));
 }
 
 TEST_F(BlobStoreFolders, AreEmptiedWithoutTouchingAnythingElse) {

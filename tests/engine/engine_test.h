@@ -33,7 +33,7 @@ class EngineTest : public testing::Test {
   TempFolder folder_;
   const std::wstring install_dir_ = folder_ / L"game";
   const std::wstring staging_dir_ = folder_ / L"game\\staging";
-  const BlobStore store_{staging(L"dl"), staging(L"blobs")};
+  BlobStore store_{staging(L"dl"), staging(L"blobs")};
   LogCapture log_;
   ScriptedUi ui_;
   std::atomic<bool> stop_workers_{false};

@@ -42,7 +42,9 @@ TEST_F(HashCacheOnDisk, LoadsWellFormedLines) {
         Case{digest + " 1 2 \xC3\xA4.pak", "\xC3\x84.PAK", 1, 2}, Case{digest + " 1 2 a\r", "a", 1, 2},
         Case{digest + " 0 18446744073709551615 a", "a", 0, UINT64_MAX}, Case{digest + " x 2 a", "a", 0, 2},
         Case{digest + " 12x 2y a", "a", 12, 2}, Case{digest + "  2 a", "a", 0, 2}, Case{digest + "   a", "a", 0, 0},
-        Case{digest + " 1 2  a", " a", 1, 2}}) {
+        Case{digest + " 1 2  a", " a", 1, 2}, Case{digest + " -1 +7 a", "a", UINT64_MAX, 7},
+        Case{digest + " 18446744073709551616 00000000000000000000012 a", "a", UINT64_MAX, 12},
+        Case{digest + " 9999999999999999999 1 a", "a", 9999999999999999999U, 1}}) {
     const HashCache cache = loaded(c.line + "\n");
     EXPECT_THAT(cache.lookup(c.path, c.size, c.time), Pointee(digest)) << c.line;
     EXPECT_THAT(loaded("\n" + other_digest + " 9 9 other\n" + c.line).lookup(c.path, c.size, c.time), Pointee(digest))
@@ -78,6 +80,22 @@ TEST_F(HashCacheOnDisk, KnowsAFileOnlyWithItsSizeAndTime) {
   cache.put("DATA\\file one.pak", 10, 1001, other_digest);
   EXPECT_EQ(cache.lookup("Data\\File One.pak", 10, 1000), nullptr);
   EXPECT_THAT(cache.lookup("Data\\File One.pak", 10, 1001), Pointee(other_digest));
+}
+
+TEST_F(HashCacheOnDisk, TakesPathsForOneFileThatAreEqualInUpperCase) {
+  std::vector<std::wstring> paths;
+  for (wchar_t c = 1; c < 0x180; ++c) paths.push_back(L"a\\" + std::wstring(1, c));
+  for (const wchar_t c : {L'\u2126', L'\u212A', L'\u03C9', L'\uFF21', L'\uFF41'}) {
+    paths.push_back(L"a\\" + std::wstring(1, c));
+  }
+  for (const std::wstring& known : paths) {
+    HashCache cache;
+    cache.put(to_utf8(known), 1, 2, digest);
+    for (const std::wstring& path : paths) {
+      EXPECT_EQ(cache.lookup(to_utf8(path), 1, 2) != nullptr, to_upper(path) == to_upper(known))
+          << to_utf8(path) << " and " << to_utf8(known);
+    }
+  }
 }
 
 TEST_F(HashCacheOnDisk, TakesTheLastOfTwoLinesForOneFile) {

@@ -154,6 +154,52 @@ TEST_F(InstalledCheck, DoesNotWaitAfterEachFileForACacheThatCannotBeSaved) {
   EXPECT_EQ(clock_.total_slept_ms(), 2 * one_failed_save_ms);  // after the first file, and at the end
 }
 
+TEST_F(InstalledCheck, SavesTheCacheAlongTheWayForATwentiethOfItsTimeAtMost) {
+  constexpr size_t files = 200;
+  constexpr uint32_t one_step_ms = 10;  // from one look at the clock to the next: hashing, or one save
+  ReleaseBuilder release;
+  for (size_t i = 0; i < files; ++i) {
+    const std::string name = "file" + std::to_string(i);
+    release.file(name, name);
+    put_on_disk(name, name);
+  }
+  uint32_t now_ms = 0;
+  size_t saved_bytes = 0;
+  std::vector<uint32_t> save_ends_ms;
+  clock_.on_look([&] {
+    const size_t bytes = exists(cache_path_) ? read_text(cache_path_).size() : 0;
+    if (bytes != saved_bytes) save_ends_ms.push_back(now_ms + one_step_ms);
+    saved_bytes = bytes;
+    clock_.set_tick_count_ms(now_ms += one_step_ms);
+  });
+  EXPECT_EQ(check(release), std::vector<uint64_t>());
+  // The first look is the check's start, the second one comes after the first file.
+  ASSERT_THAT(save_ends_ms, testing::SizeIs(testing::Ge(9U)));
+  EXPECT_EQ(save_ends_ms.front(), 3 * one_step_ms);
+  for (size_t saves = 1; saves < save_ends_ms.size(); ++saves) {
+    const uint32_t begin_ms = save_ends_ms[saves] - one_step_ms;
+    EXPECT_LE(saves * one_step_ms * 20, begin_ms - one_step_ms) << saves;
+  }
+  EXPECT_EQ(remembered("file199"), sha256_hex("file199"));  // at the end all is saved
+}
+
+TEST_F(InstalledCheck, SavesADigestThatHasWaitedInTheMiddleOfALargeFile) {
+  const std::string large(12582912, 'x');  // three blocks
+  const ReleaseBuilder release = ReleaseBuilder().file("first", "first").file("second", "second").file("large", large);
+  put_on_disk("first", "first");
+  put_on_disk("second", "second");
+  put_on_disk("large", large);
+  uint32_t now_ms = 0;
+  uint64_t hashed_when_saved = 0;
+  clock_.on_look([&] {
+    if (hashed_when_saved == 0 && remembered("second") != "") hashed_when_saved = ui_.progress_done;
+    clock_.set_tick_count_ms(now_ms += ui_.progress_done > 11 ? 10000U : 1000U);  // a save takes as long
+  });
+  EXPECT_EQ(check(release), std::vector<uint64_t>());
+  EXPECT_GT(hashed_when_saved, 11U);
+  EXPECT_LT(hashed_when_saved, 11 + large.size());
+}
+
 TEST_F(InstalledCheck, HashesEveryFileOfTheRightSizeForARepair) {
   const ReleaseBuilder release =
       ReleaseBuilder().file("damaged", "right").file("sound", "sound!").file("short", "longer").file("stale", "stale");
@@ -201,6 +247,33 @@ TEST_P(StoppedInstalledCheck, KeepsTheDigestsFoundSoFar) {
   EXPECT_EQ(remembered("first"), sha256_hex("first"));
   EXPECT_EQ(remembered("second"), "");
   EXPECT_THAT(log_.messages(), ElementsAre("checking 2 installed files (11 bytes)"));
+}
+
+TEST_P(StoppedInstalledCheck, KeepsTheDigestsThatASaveHasWaitedFor) {
+  const ReleaseBuilder release = ReleaseBuilder().file("first", "first").file("second", "second").file("third", "3");
+  put_on_disk("first", "first");
+  put_on_disk("second", "second");
+  put_on_disk("third", "3");
+  uint32_t now_ms = 0;
+  clock_.on_look([&] {
+    clock_.set_tick_count_ms(now_ms += 1000);
+    if (now_ms == 4000) request_stop();  // after the start, the first file, its save, and the second file
+  });
+  EXPECT_EQ(check(release), std::nullopt);
+  EXPECT_EQ(remembered("first"), sha256_hex("first"));
+  EXPECT_EQ(remembered("second"), sha256_hex("second"));
+  EXPECT_EQ(remembered("third"), "");
+}
+
+TEST_P(StoppedInstalledCheck, EndsBeforeTheFirstFileIsHashed) {
+  const ReleaseBuilder release = ReleaseBuilder().file("missing", "x").file("known", "known").file("new", "new");
+  put_on_disk("known", "known");
+  remember("known", "known");
+  put_on_disk("new", "new");
+  request_stop();
+  EXPECT_EQ(check(release), std::nullopt);
+  EXPECT_THAT(log_.messages(), IsEmpty());
+  EXPECT_THAT(ui_.events(), IsEmpty());
 }
 
 TEST_P(StoppedInstalledCheck, EndsInTheMiddleOfAFile) {

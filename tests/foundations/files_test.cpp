@@ -122,6 +122,18 @@ TEST_F(FilesTest, ListsEveryEntryButTheDots) {
   EXPECT_THAT(list_folder(folder.path() + L"\\"), UnorderedElementsAre(L"a.txt", L"sub", L".hidden"));
 }
 
+TEST_F(FilesTest, ListsSizesAndTellsFoldersFromFiles) {
+  static_cast<void>(file(L"empty", ""));
+  static_cast<void>(file(L"sub\\inner", ""));
+  static_cast<void>(sparse_file(L"large", (uint64_t{5} << 32) + 7));
+  std::vector<std::string> entries;
+  for (const FolderEntry& entry : list_entries(folder.path())) {
+    entries.push_back(to_utf8(entry.name) + (entry.is_folder ? " folder" : " " + std::to_string(entry.size)));
+  }
+  EXPECT_THAT(entries, UnorderedElementsAre("empty 0", "sub folder", "large 21474836487"));
+  EXPECT_THAT(list_entries(folder / L"missing"), IsEmpty());
+}
+
 TEST_F(FilesTest, ListsNothingForAMissingFolderOrAFile) {
   EXPECT_THAT(list_folder(folder / L"missing"), IsEmpty());
   EXPECT_THAT(list_folder(file(L"f", "x")), IsEmpty());

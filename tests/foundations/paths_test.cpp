@@ -23,6 +23,9 @@ TEST(LongPath, AddsThePrefixOnce) {
                         {L"", LR"(\\?\)"},
                         {LR"(\x)", LR"(\\?\\x)"}}) {
     EXPECT_EQ(long_path(c.path), c.expected) << to_utf8(c.path);
+    const std::wstring path = c.path;
+    EXPECT_STREQ(LongPath(path).c_str(), c.expected) << to_utf8(c.path);
+    EXPECT_EQ(LongPath(path).c_str() == path.c_str(), path == c.expected) << to_utf8(c.path);
   }
 }
 

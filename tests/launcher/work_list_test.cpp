@@ -1,6 +1,7 @@
 #include "launcher/work_list.h"
 
 #include <algorithm>
+#include <atomic>
 #include <gtest/gtest.h>
 
 #include "engine/blob_store.h"
@@ -50,8 +51,12 @@ TEST(WorkList, CountsTheRemovalsThatAreThere) {
   test::write_text(folder / L"deep\\old.pak", "x");
   const Manifest manifest =
       test::ReleaseBuilder().file("a", "a").remove("old.pak").remove("deep/old.pak").remove("gone.pak").manifest();
-  EXPECT_EQ(count_removable(manifest, folder.path()), 2U);
-  EXPECT_EQ(count_removable(manifest, folder / L"deep"), 1U);
+  std::atomic<bool> cancel_requested{false};
+  const StopSignal stop(cancel_requested);
+  EXPECT_EQ(count_removable(manifest, folder.path(), stop), 2U);
+  EXPECT_EQ(count_removable(manifest, folder / L"deep", stop), 1U);
+  cancel_requested = true;
+  EXPECT_EQ(count_removable(manifest, folder.path(), stop), 0U);
 }
 
 }  // namespace

@@ -48,6 +48,18 @@ TEST_F(FileDigestTest, HashesTheWholeFileInBlocksOfFourMiB) {
   EXPECT_EQ(hash_file(path, nullptr, error), test::sha256_hex(bytes));
 }
 
+TEST_F(FileDigestTest, OfManyFilesComesFromOneHasher) {
+  FileHasher hasher;
+  for (const uint64_t size : {uint64_t{0}, uint64_t{5}, 5 * mib, uint64_t{3}, 100000 + mib, uint64_t{0}, 9 * mib}) {
+    const std::string bytes(size, static_cast<char>('a' + size % 26));
+    test::write_text(path, bytes);
+    steps.clear();
+    EXPECT_EQ(hasher.hash(path, counting(), error), test::sha256_hex(bytes)) << size;
+    EXPECT_THAT(steps, testing::Each(testing::Le(4 * mib))) << size;
+    EXPECT_EQ(hasher.hash(folder / L"missing", nullptr, error), "");
+  }
+}
+
 TEST_F(FileDigestTest, OfAnEmptyFileIsTheDigestOfNothing) {
   test::write_text(path, "");
   EXPECT_EQ(hash_file(path, counting(), error), test::sha256_hex(""));

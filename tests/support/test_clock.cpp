@@ -16,6 +16,7 @@ struct ClockState {
   uint32_t ticks = 0;
   std::vector<uint32_t> sleeps;
   std::function<void(uint32_t)> hook;
+  std::function<void()> look_hook;
 };
 
 ClockState& clock_state() {
@@ -29,6 +30,12 @@ uint32_t sum(const std::vector<uint32_t>& sleeps) { return std::accumulate(sleep
 
 uint32_t tick_count_ms() {
   ClockState& state = clock_state();
+  std::function<void()> hook;
+  {
+    const std::lock_guard guard(state.lock);
+    hook = state.look_hook;
+  }
+  if (hook) hook();
   const std::lock_guard guard(state.lock);
   return state.ticks;
 }
@@ -60,6 +67,7 @@ void reset() {
   state.ticks = 0;
   state.sleeps.clear();
   state.hook = nullptr;
+  state.look_hook = nullptr;
 }
 
 }  // namespace
@@ -80,6 +88,12 @@ void TestClock::on_sleep(std::function<void(uint32_t)> hook) {
   ClockState& state = clock_state();
   const std::lock_guard guard(state.lock);
   state.hook = std::move(hook);
+}
+
+void TestClock::on_look(std::function<void()> hook) {
+  ClockState& state = clock_state();
+  const std::lock_guard guard(state.lock);
+  state.look_hook = std::move(hook);
 }
 
 void TestClock::set_tick_count_ms(uint32_t ticks) {
