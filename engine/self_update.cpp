@@ -41,7 +41,7 @@ class SelfUpdate {
     return swap_files() && hand_over() ? SelfUpdateResult::handed_over : SelfUpdateResult::go_on;
   }
 
-  SelfUpdateResult after_failed_download(const std::string& error) {
+  [[nodiscard]] SelfUpdateResult after_failed_download(const std::string& error) const {
     if (ui_.cancel_requested) return SelfUpdateResult::cancelled;
     log::write("launcher download failed (%s); continuing with the current launcher", error.c_str());
     return SelfUpdateResult::go_on;

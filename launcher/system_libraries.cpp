@@ -16,9 +16,9 @@ namespace kvx {
 namespace {
 
 std::wstring name_of(unsigned failure, const DelayLoadInfo& call) {
-  const std::wstring library = to_wide(call.szDll);
-  if (failure != dliFailGetProc || call.dlp.fImportByName == 0) return library;
-  return library + L": " + to_wide(call.dlp.szProcName);
+  std::wstring name = to_wide(call.szDll);
+  if (failure == dliFailGetProc && call.dlp.fImportByName != 0) name += L": " + to_wide(call.dlp.szProcName);
+  return name;
 }
 
 FARPROC WINAPI on_missing(unsigned failure, DelayLoadInfo* call) {
@@ -36,8 +36,8 @@ FARPROC WINAPI on_missing(unsigned failure, DelayLoadInfo* call) {
 void use_system_libraries_only() {
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   __pfnDliFailureHook2 = on_missing;
-  // A library that is in memory is not looked for again, whichever library asks for it and however. What is missing here
-  // is reported when it is called.
+  // A library that is in memory is not looked for again, whichever library asks for it and however. What is missing
+  // here is reported when it is called.
   for (const wchar_t* library : {L"bcrypt.dll", L"winhttp.dll"}) {
     LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
   }

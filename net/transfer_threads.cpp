@@ -19,8 +19,9 @@ size_t count_running(const std::vector<KernelHandle>& threads) {
 }
 
 bool wait_for_all(const std::vector<KernelHandle>& threads, DWORD milliseconds) {
-  std::vector<HANDLE> handles;
-  for (const KernelHandle& thread : threads) handles.push_back(thread.get());
+  std::vector<HANDLE> handles(threads.size());
+  std::transform(threads.begin(), threads.end(), handles.begin(),
+                 [](const KernelHandle& thread) { return thread.get(); });
   return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, milliseconds) != WAIT_TIMEOUT;
 }
 
