@@ -96,5 +96,21 @@ TEST_F(BlobStoreFolders, KeepOnlyWhatCannotBeDeletedWhenEmptied) {
   EXPECT_TRUE(list_folder(staging(L"blobs")).empty());
 }
 
+TEST_F(BlobStoreFolders, KeepWhatIsLeftAtAStop) {
+  for (const char* name : {"a", "b"}) {
+    write_text(store_.partial_path(name), "x");
+    write_text(store_.blob_path(name), "x");
+  }
+  const FileLock lock(store_.partial_path("a"));
+  const FileLock second_lock(store_.partial_path("b"));
+  clock_.on_sleep([&](uint32_t) { ui_.cancel_requested = true; });
+  store_.clear_staging(&stop_);
+  EXPECT_THAT(clock_.sleeps(), testing::ElementsAre(100U, 150U));  // of the first file alone
+  EXPECT_EQ(list_folder(staging(L"dl")).size(), 2U);
+  EXPECT_EQ(list_folder(staging(L"blobs")).size(), 2U);
+  store_.clear_staging(&stop_);
+  EXPECT_EQ(list_folder(staging(L"blobs")).size(), 2U);
+}
+
 }  // namespace
 }  // namespace kvx::test

@@ -143,6 +143,21 @@ TEST_F(HashCacheOnDisk, StaysUnsavedAfterAFailureAndKeepsTheOldFile) {
   EXPECT_EQ(read_text(path_), digest + " 3 4 a\n");
 }
 
+TEST_F(HashCacheOnDisk, WaitsForAHeldFileNoLongerThanUntilAStop) {
+  std::atomic<bool> cancel_requested{false};
+  const StopSignal stop(cancel_requested);
+  HashCache cache = loaded(digest + " 1 2 a\n");
+  cache.put("a", 3, 4, digest);
+  {
+    const FileLock lock(path_, FILE_SHARE_READ);
+    clock_.on_sleep([&](uint32_t) { cancel_requested = true; });
+    EXPECT_FALSE(cache.save(&stop));
+    EXPECT_THAT(clock_.sleeps(), testing::ElementsAre(100U, 150U));
+  }
+  EXPECT_TRUE(cache.save(&stop));  // a free file is written all the same
+  EXPECT_EQ(read_text(path_), digest + " 3 4 a\n");
+}
+
 TEST_F(HashCacheOnDisk, CountsAsEmptyAbove64Mebibytes) {
   constexpr size_t limit = 67108864;
   const std::string line = digest + " 1 2 a\n";

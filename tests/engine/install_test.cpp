@@ -240,6 +240,41 @@ TEST_F(InstallStep, StopsWhereTheUserCancels) {
   EXPECT_EQ(ui_.prompts().size(), 1U);
 }
 
+TEST_F(InstallStep, TouchesNothingWhileTheStateCannotSayThatItIsUnfinished) {
+  write_text(game(L"a"), "old");
+  write_text(game(L"old"), "old");
+  const ReleaseBuilder release = ReleaseBuilder().serial(7).file("a", "new").file("b", "new").remove("old");
+  make_folder(staging(L"state.txt.tmp"));  // in the way of the new state
+  ui_.answer(button_retry);
+  ui_.answer(button_cancel);
+  const std::string reason = error_text(ERROR_ACCESS_DENIED);
+  EXPECT_EQ(install_all(release), "could not replace .kvx_patch/state.txt: " + reason);
+  const UiEvent prompt = could_not_replace(".kvx_patch/state.txt", ERROR_ACCESS_DENIED);
+  EXPECT_THAT(ui_.prompts(), ElementsAre(prompt, prompt));
+  const std::string logged = "replace .kvx_patch/state.txt failed: " + reason;
+  EXPECT_THAT(log_.messages(), ElementsAre(logged, logged));
+  EXPECT_EQ(saved_state(), "complete=1\n");
+  EXPECT_EQ(read_text(game(L"a")), "old");
+  EXPECT_FALSE(exists(game(L"b")));
+  EXPECT_TRUE(exists(game(L"old")));
+  EXPECT_EQ(read_text(blob("new")), "new");
+  EXPECT_EQ(ui_.progress_done, 0U);
+}
+
+TEST_F(InstallStep, GoesOnOnceTheStateIsWritten) {
+  write_text(game(L"a"), "old");
+  make_folder(staging(L"state.txt.tmp"));
+  ui_.on_prompt([&](const UiEvent&) {
+    EXPECT_EQ(read_text(game(L"a")), "old");
+    RemoveDirectoryW(long_path(staging(L"state.txt.tmp")).c_str());
+    return button_retry;
+  });
+  EXPECT_EQ(install_all(ReleaseBuilder().serial(7).file("a", "new")), "");
+  EXPECT_EQ(ui_.prompts().size(), 1U);
+  EXPECT_EQ(saved_state(), "complete=0\nupdating.serial=7\n");
+  EXPECT_EQ(read_text(game(L"a")), "new");
+}
+
 TEST_F(InstallStep, TakesEveryAnswerButRetryForACancel) {
   make_folder(game(L"a"));
   const uint32_t code = code_of_moving_onto(game(L"a"));

@@ -1,5 +1,7 @@
 #include "engine/installed_record.h"
 
+#include "foundations/error_text.h"
+#include "foundations/system_handles.h"
 #include "tests/engine/engine_test.h"
 #include "tests/support/release_builder.h"
 #include "tests/support/signing_keys.h"
@@ -7,6 +9,8 @@
 
 namespace kvx::test {
 namespace {
+
+using testing::ElementsAre;
 
 class InstalledRecord : public EngineTest {
  protected:
@@ -23,6 +27,14 @@ class InstalledRecord : public EngineTest {
   void write_pair(const std::string& document, const std::string& signature) const {
     write_text(staging(L"installed_manifest.json"), document);
     write_text(staging(L"installed_manifest.sig"), signature);
+  }
+
+  static constexpr uint64_t long_ago = 0x01D0000000000000;
+
+  static void set_long_ago(const std::wstring& path) {
+    const FileHandle file(CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const FILETIME time{0, static_cast<DWORD>(long_ago >> 32)};
+    ASSERT_TRUE(SetFileTime(file.get(), nullptr, nullptr, &time));
   }
 
   TestClock clock_;
@@ -60,12 +72,70 @@ TEST_F(InstalledRecord, WritesBothCopiesBeforeTheStateSaysComplete) {
   EXPECT_THAT(read_text(staging(L"state.txt")), testing::StartsWith("complete=1\n"));
 }
 
-TEST_F(InstalledRecord, SurvivesCopiesThatCannotBeWritten) {
+TEST_F(InstalledRecord, LogsEachFileThatCannotBeWrittenAndGoesOn) {
+  const std::string reason = error_text(ERROR_ACCESS_DENIED);
   make_folder(staging(L"installed_manifest.json.tmp"));
   make_folder(staging(L"installed_manifest.sig.tmp"));
   record_installed(staging_dir_, "live", {}, state_);
   EXPECT_EQ(read_text(staging(L"state.txt")),
             "complete=1\ninstalled.channel=live\ninstalled.serial=0\ninstalled.version=\nserial.live=0\n");
+  const std::string manifest_line = "cannot write installed_manifest.json: " + reason;
+  const std::string signature_line = "cannot write installed_manifest.sig: " + reason;
+  EXPECT_THAT(log_.messages(), ElementsAre(manifest_line, signature_line));
+
+  repair_installed_copies(staging_dir_, {"manifest", "signature", {}}, nullptr);
+  EXPECT_THAT(log_.messages(), ElementsAre(manifest_line, signature_line, manifest_line, signature_line));
+
+  RemoveDirectoryW(staging(L"installed_manifest.json.tmp").c_str());
+  make_folder(staging(L"state.txt.tmp"));
+  record_installed(staging_dir_, "live", {"manifest", "signature", {}}, state_);
+  EXPECT_THAT(log_.messages(), ElementsAre(manifest_line, signature_line, manifest_line, signature_line, signature_line,
+                                           "cannot write state.txt: " + reason));
+  EXPECT_EQ(read_text(staging(L"installed_manifest.json")), "manifest");
+}
+
+TEST_F(InstalledRecord, RepairsTheCopyThatDiffersAndLeavesTheOtherAlone) {
+  const Release release{"manifest", "signature", {}};
+  const auto untouched = [this](const wchar_t* name) {
+    FileStamp stamp;
+    return file_stamp(staging(name), stamp) && stamp.last_write_time == long_ago;
+  };
+  struct Case {
+    std::string manifest;
+    std::string signature;
+    bool manifest_is_right;
+    bool signature_is_right;
+  };
+  for (const Case& c : {Case{"manifest", "signature", true, true}, Case{"manifesT", "signature", false, true},
+                        Case{"manifest and more", "signature", false, true}, Case{"", "signature", false, true},
+                        Case{"manifest", "signaturE", true, false}, Case{"old", "old", false, false}}) {
+    write_pair(c.manifest, c.signature);
+    for (const wchar_t* name : {L"installed_manifest.json", L"installed_manifest.sig"}) set_long_ago(staging(name));
+    repair_installed_copies(staging_dir_, release, nullptr);
+    EXPECT_EQ(read_text(staging(L"installed_manifest.json")), "manifest");
+    EXPECT_EQ(read_text(staging(L"installed_manifest.sig")), "signature");
+    EXPECT_EQ(untouched(L"installed_manifest.json"), c.manifest_is_right) << c.manifest;
+    EXPECT_EQ(untouched(L"installed_manifest.sig"), c.signature_is_right) << c.signature;
+  }
+  DeleteFileW(staging(L"installed_manifest.json").c_str());
+  DeleteFileW(staging(L"installed_manifest.sig").c_str());
+  repair_installed_copies(staging_dir_, release, nullptr);
+  EXPECT_EQ(read_text(staging(L"installed_manifest.json")), "manifest");
+  EXPECT_EQ(read_text(staging(L"installed_manifest.sig")), "signature");
+  EXPECT_THAT(log_.messages(), testing::IsEmpty());
+}
+
+TEST_F(InstalledRecord, WaitsForHeldFilesNoLongerThanUntilAStop) {
+  write_pair("old", "old");
+  write_text(staging(L"state.txt"), "complete=0\n");
+  const FileLock manifest(staging(L"installed_manifest.json"), FILE_SHARE_READ);
+  const FileLock signature(staging(L"installed_manifest.sig"), FILE_SHARE_READ);
+  const FileLock state(staging(L"state.txt"), FILE_SHARE_READ);
+  ui_.cancel_requested = true;
+  record_installed(staging_dir_, "live", {"manifest", "signature", {}}, state_, &stop_);
+  EXPECT_LE(clock_.total_slept_ms(), 1000U);
+  repair_installed_copies(staging_dir_, {"manifest", "signature", {}}, &stop_);
+  EXPECT_LE(clock_.total_slept_ms(), 2000U);
 }
 
 TEST_F(InstalledRecord, IsReadBackWithEitherKeysSignature) {

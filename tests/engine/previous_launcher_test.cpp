@@ -98,6 +98,84 @@ TEST_F(PreviousLauncher, IsRemovedEvenWhenReadOnly) {
   EXPECT_THAT(clock_.sleeps(), ElementsAre(250U));
 }
 
+// Tried, it would be deleted here, or waited for while it is held.
+TEST_F(PreviousLauncher, IsNeverTheRunningLauncherItself) {
+  write_text(previous_path_, "previous");
+  write_text(new_path_, "new");
+  for (const wchar_t* self : {L"KVXLauncher.new.exe", L"kvxlauncher.NEW.exe"}) {
+    remove_previous_launcher(game(self), install_dir_);
+    const FileLock lock(new_path_);
+    remove_previous_launcher(game(self), install_dir_);
+    EXPECT_TRUE(exists(new_path_));
+  }
+  remove_previous_launcher(previous_path_, install_dir_);
+  EXPECT_FALSE(exists(new_path_));
+  EXPECT_EQ(read_text(previous_path_), "previous");
+  EXPECT_EQ(read_text(self_path_), "launcher");
+  EXPECT_THAT(clock_.sleeps(), IsEmpty());
+  EXPECT_THAT(log_.messages(), IsEmpty());
+}
+
+class MissingLauncher : public PreviousLauncher {
+ protected:
+  MissingLauncher() { DeleteFileW(self_path_.c_str()); }
+
+  // The log's lines about it.
+  std::vector<std::string> restore(const std::wstring& own_path) {
+    const size_t before = log_.messages().size();
+    restore_missing_launcher(own_path, install_dir_, temporary_);
+    std::vector<std::string> lines = log_.messages();
+    lines.erase(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(before));
+    return lines;
+  }
+
+  const std::wstring temporary_ = staging(L"dl\\KVXLauncher.exe");
+};
+
+TEST_F(MissingLauncher, IsRestoredFromEitherFileOfASelfUpdate) {
+  for (const char* name :
+       {"KVXLauncher.new.exe", "KVXLauncher.old.exe", "kvxlauncher.NEW.exe", "KVXLAUNCHER.OLD.EXE"}) {
+    const std::wstring own_path = game(to_wide(name));
+    write_text(own_path, name);
+    EXPECT_THAT(restore(own_path), ElementsAre(std::string("KVXLauncher.exe was missing: restored from ") + name));
+    EXPECT_EQ(read_text(self_path_), name);
+    EXPECT_EQ(read_text(own_path), name);
+    EXPECT_THAT(list_folder(staging(L"dl")), IsEmpty());
+    DeleteFileW(self_path_.c_str());
+    DeleteFileW(own_path.c_str());
+  }
+}
+
+TEST_F(MissingLauncher, IsNotRestoredFromAnyOther) {
+  for (const wchar_t* name : {L"Start.exe", L"Start.new.exe", L"Start.old.exe", L"KVXLauncher.new.old.exe",
+                              L"KVXLauncher2.exe", L"sub\\KVXLauncher.new.exe", L"sub\\KVXLauncher.old.exe"}) {
+    write_text(game(name), "another");
+    EXPECT_THAT(restore(game(name)), IsEmpty());
+    EXPECT_FALSE(exists(self_path_)) << to_utf8(name);
+  }
+}
+
+TEST_F(MissingLauncher, StaysAsItIsWhereItIsThere) {
+  write_text(self_path_, "launcher");
+  for (const std::wstring& own_path : {new_path_, previous_path_}) {
+    write_text(own_path, "another");
+    EXPECT_THAT(restore(own_path), IsEmpty());
+    EXPECT_EQ(read_text(self_path_), "launcher");
+  }
+}
+
+TEST_F(MissingLauncher, IsRestoredByTheNextStartWhereItCannotBeNow) {
+  write_text(new_path_, "new");
+  make_folder(temporary_);
+  const std::vector<std::string> lines = restore(new_path_);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_THAT(lines[0], testing::StartsWith("KVXLauncher.exe is missing and cannot be restored: "));
+  EXPECT_FALSE(exists(self_path_));
+  remove_tree(temporary_);
+  restore(new_path_);
+  EXPECT_EQ(read_text(self_path_), "new");
+}
+
 TEST_F(PreviousLauncher, IsNoFolderOfThatName) {
   make_folder(previous_path_);
   clean_up();

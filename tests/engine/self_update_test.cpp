@@ -123,6 +123,34 @@ TEST_F(SelfUpdate, EndsTheRunWhenTheUserCancelsTheDownload) {
   expect_files_as_before();
 }
 
+TEST_F(SelfUpdate, EndsTheRunAtACancelThatComesWithTheLastByte) {
+  const LauncherEntry entry = published("1.0.1", no_program);
+  const auto cancelled_at_the_end = [this](const std::string& hash, uint64_t size, std::string& error) {
+    const bool finished = download_blob(context_, {hash, size}, error);
+    ui_.cancel_requested = true;
+    return finished;
+  };
+  EXPECT_EQ(update_launcher(
+                {ui_, store_, cancelled_at_the_end, self_path_, install_dir_, own_version, false, options_, arguments_},
+                entry),
+            SelfUpdateResult::cancelled);
+  EXPECT_THAT(log_.messages(), ElementsAre(comparison(entry), downloaded(entry)));
+  EXPECT_TRUE(exists(blob(no_program)));
+  expect_files_as_before();
+}
+
+TEST_F(SelfUpdate, LeavesALauncherAloneThatAnUnfinishedOneLeft) {
+  for (const char* name : {"KVXLauncher.new.exe", "KVXLauncher.old.exe", "kvxLAUNCHER.NEW.EXE"}) {
+    self_path_ = game(to_wide(name));
+    write_text(self_path_, old_launcher);
+    EXPECT_EQ(update(published("1.0.1", no_program)), SelfUpdateResult::go_on);
+    EXPECT_EQ(log_.messages().back(), std::string("launcher runs as ") + name + ": not updating it");
+    EXPECT_EQ(read_text(self_path_), old_launcher);
+  }
+  EXPECT_THAT(server_.requests(), IsEmpty());
+  EXPECT_THAT(ui_.events(), IsEmpty());
+}
+
 TEST_F(SelfUpdate, GoesOnWhenTheNewFileCannotBePlaced) {
   make_folder(new_path_);
   const uint32_t code = code_of_moving_onto(new_path_);

@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <winioctl.h>
 
+#include <atomic>
+#include <functional>
 #include <gmock/gmock.h>
 
 #include "foundations/paths.h"
@@ -377,6 +379,67 @@ TEST_F(FilesTest, DeleteSucceedsOnceTheFileIsLetGo) {
   EXPECT_TRUE(delete_file(name, error));
   EXPECT_FALSE(exists(name));
   EXPECT_THAT(clock.sleeps(), ElementsAre(150U, 250U, 350U));
+}
+
+class HeldFiles : public FilesTest {
+ protected:
+  // A move, a delete and a write, each of which meets a held file.
+  template <typename Test>
+  void each_way(Test test) {
+    const std::wstring from = file(L"from", "new");
+    const std::wstring held = file(L"held", "old");
+    const std::function<bool()> ways[] = {
+        [&] { return move_file(from, held, error, &stop); },
+        [&] { return delete_file(held, error, &stop); },
+        [&] { return write_file_atomic(held, "new", error, &stop); },
+    };
+    for (const std::function<bool()>& way : ways) {
+      write_text(from, "new");
+      write_text(held, "old");
+      test::TestClock fresh;
+      cancel_requested = false;
+      stop_workers = false;
+      test::FileLock lock(held, FILE_SHARE_READ);
+      test(fresh, lock, way);
+    }
+  }
+
+  std::atomic<bool> cancel_requested{false};
+  std::atomic<bool> stop_workers{false};
+  const StopSignal stop{cancel_requested, stop_workers};
+};
+
+TEST_F(HeldFiles, AreTriedOnceMoreAMomentAfterAStop) {
+  each_way([&](test::TestClock& fresh, test::FileLock&, const std::function<bool()>& way) {
+    fresh.on_sleep([&](uint32_t slept_ms) {
+      if (slept_ms == 150 + 100) stop_workers = true;  // in the middle of the second pause
+    });
+    EXPECT_FALSE(way());
+    EXPECT_NE(error, 0U);
+    EXPECT_THAT(fresh.sleeps(), ElementsAre(100U, 50U, 100U, 100U, 150U));
+  });
+  each_way([&](test::TestClock& fresh, test::FileLock&, const std::function<bool()>& way) {
+    cancel_requested = true;
+    EXPECT_FALSE(way());
+    EXPECT_THAT(fresh.sleeps(), ElementsAre(150U));
+  });
+}
+
+TEST_F(HeldFiles, AreTakenWhereTheyAreLetGoInThatMoment) {
+  each_way([&](test::TestClock& fresh, test::FileLock& lock, const std::function<bool()>& way) {
+    cancel_requested = true;
+    fresh.on_sleep([&](uint32_t) { lock.release(); });
+    EXPECT_TRUE(way());
+    EXPECT_THAT(fresh.sleeps(), ElementsAre(150U));
+  });
+}
+
+TEST_F(HeldFiles, AreWaitedForAsLongAsEverWithoutAStop) {
+  each_way([&](test::TestClock& fresh, test::FileLock&, const std::function<bool()>& way) {
+    EXPECT_FALSE(way());
+    EXPECT_EQ(fresh.total_slept_ms(), 6000U);
+    EXPECT_THAT(fresh.sleeps(), testing::Each(testing::Le(100U)));
+  });
 }
 
 TEST_F(FilesTest, OneTryOfADeletePreparesTheNext) {

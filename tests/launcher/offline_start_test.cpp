@@ -64,6 +64,32 @@ TEST_F(OfflineStart, StartsTheInstalledVersionWithItsArguments) {
   EXPECT_EQ(state(), "complete=1\n");
 }
 
+TEST_F(OfflineStart, OffersTheInstalledGameWithoutANetwork) {
+  options.no_launch = true;
+  test::write_text(installed(L"bin\\game.exe"), "game");
+  keep_installed_manifest(release_.json());
+  const auto expect_offer = [this](const std::string& message) {
+    test::ScriptedUi user;
+    user.answer(button_ok);
+    Updater updater(options, user, environment);
+    const RunOutcome outcome = updater.run();
+    updater.write_result(outcome);
+    EXPECT_EQ(outcome, RunOutcome::no_update_information);
+    EXPECT_THAT(user.prompts(),
+                ElementsAre(prompt_event(to_wide(message) + L"\n\nThe installed version 1.4.2 will be started.",
+                                         style_confirm)));
+    EXPECT_EQ(result(), result_text(10, 0, message));
+    EXPECT_THAT(log(), Contains("--no-launch: not starting bin/game.exe"));
+  };
+  server.stop();
+  expect_offer("Could not connect to the update server.\n(send: could not connect to the server)");
+  environment.open_session = [](HttpSession&, const std::wstring&, std::string& error) {
+    error = "no network here";
+    return false;
+  };
+  expect_offer("The network could not be initialised (no network here).");
+}
+
 TEST_F(OfflineStart, TrustsTheKeptManifestOnlyWithItsSignature) {
   const std::string document = release_.json();
   const std::string signature = test::sign_manifest(document);

@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 
 #include "foundations/display_format.h"
+#include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/json.h"
 #include "tests/launcher/updater_fixture.h"
+#include "tests/support/file_lock.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/signing_keys.h"
 #include "tests/support/test_clock.h"
@@ -255,7 +257,8 @@ TEST_F(ReleaseDecision, AsksBeforeAFirstInstallAndMentionsOtherFiles) {
       {L"photo.jpg", L"KVXLauncher.exe", true},
       {L"folder\\deep\\photo.jpg", L"KVXLauncher.exe", true},
   };
-  MoveFileW(staged(L"").c_str(), installed(L".KVX_Patch").c_str());
+  test::write_text(installed(L".KVX_Patch\\x"), "");
+  ASSERT_THAT(list_folder(folder.path()), Contains(L".KVX_Patch"));
   for (const auto& item : cases) {
     if (item.extra != nullptr) test::write_text(installed(item.extra), "x");
     environment.find_layout = [&](InstallLayout& out) {
@@ -329,6 +332,18 @@ TEST_F(ReleaseDecision, EndsWhenTheUserGivesUpOnDiskSpace) {
   EXPECT_TRUE(server.requests_for(test::blob_url_path("game 1.1")).empty());
 }
 
+TEST_F(ReleaseDecision, AsksForNoDiskSpaceAfterACancel) {
+  publish(release());
+  test::write_text(staged(L"state.txt"), "installed.version=1.0\n");
+  environment.free_space = [this](const std::wstring&) {
+    ui.cancel_requested = true;
+    return uint64_t{0};
+  };
+  EXPECT_EQ(run(), RunOutcome::cancelled);
+  EXPECT_THAT(ui.prompts(), IsEmpty());
+  EXPECT_EQ(result(), result_text(60, 0, ""));
+}
+
 TEST_F(ReleaseDecision, NeedsLessDiskSpaceForWhatIsStaged) {
   publish(release().file("data.pak", std::string(2000, 'd')).min_free_disk(100));
   test::write_text(staged(L"state.txt"), "installed.version=1.0\n");
@@ -351,6 +366,32 @@ TEST_F(ReleaseDecision, EndsAtACancelDuringTheCheckOfInstalledFiles) {
   EXPECT_EQ(run(), RunOutcome::cancelled);
   EXPECT_EQ(result(), result_text(60, 0, ""));
   EXPECT_THAT(ui.prompts(), IsEmpty());
+}
+
+TEST_F(ReleaseDecision, EndsAtACancelWhileAHeldFileIsWaitedFor) {
+  install_files(release());
+  publish(release());
+  const struct {
+    const wchar_t* held;
+    const char* state;
+  } cases[] = {
+      {L"blobs\\left", ""},                                              // of those that are cleared away
+      {L"installed_manifest.json", "complete=1\ninstalled.serial=7\n"},  // a copy that needs repair
+      {L"state.txt", "complete=0\n"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(to_utf8(item.held));
+    test::write_text(staged(L"state.txt"), item.state);
+    test::write_text(staged(item.held), item.held == std::wstring(L"state.txt") ? item.state : "left");
+    const test::FileLock lock(staged(item.held), FILE_SHARE_READ);
+    test::TestClock fresh;
+    test::ScriptedUi user;
+    fresh.on_sleep([&](uint32_t) { user.cancel_requested = true; });
+    EXPECT_EQ(run_with(user), RunOutcome::cancelled);
+    EXPECT_LE(fresh.total_slept_ms(), 1000U);
+    EXPECT_THAT(user.prompts(), IsEmpty());
+    EXPECT_EQ(result(), result_text(60, 0, ""));
+  }
 }
 
 TEST_F(ReleaseDecision, HashesEveryFileAgainForARepair) {

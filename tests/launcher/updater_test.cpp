@@ -244,6 +244,18 @@ TEST_F(UpdaterFrame, FallsBackToTheInstalledGameWithoutANetwork) {
   EXPECT_EQ(result(), result_text(10, 0, to_utf8(message)));
 }
 
+TEST_F(UpdaterFrame, OffersNoInstalledGameAfterACancel) {
+  test::write_text(installed(L"KVX.exe"), "game");
+  environment.open_session = [this](HttpSession&, const std::wstring&, std::string& error) {
+    ui.cancel_requested = true;
+    error = "no network here";
+    return false;
+  };
+  EXPECT_EQ(run(), RunOutcome::cancelled);
+  EXPECT_TRUE(ui.prompts().empty());
+  EXPECT_EQ(result(), result_text(60, 0, ""));
+}
+
 TEST_F(UpdaterFrame, FallsBackToTheInstalledGameWhenTheServerCannotBeReached) {
   server.stop();
   ui.answer(button_ok);

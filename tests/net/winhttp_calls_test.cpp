@@ -459,6 +459,50 @@ TEST_F(WinHttpCalls, FetchHandsBackAStatusBeyondTheSignedRange) {
   EXPECT_EQ(fetch_to_memory(session_, L"url", body, 100, error_), -1);
 }
 
+// A status line of 000, for example.
+TEST_F(WinHttpCalls, NoStatusIsAFailureWithAReason) {
+  constexpr const char* reason = "status: the server sent no valid status";
+  open_session();
+  fake_.status = 0;
+  fake_.chunks = {"a body"};
+  std::string body = "old";
+  EXPECT_EQ(fetch_to_memory(session_, L"url", body, 10, error_), 0);
+  EXPECT_EQ(error_, reason);
+  EXPECT_EQ(body, "");
+  error_.clear();
+  EXPECT_EQ(download(0, 6), TransferResult::network);
+  EXPECT_EQ(error_, reason);
+  EXPECT_EQ(received_, "");
+  EXPECT_EQ(http_status_, 0U);
+  EXPECT_THAT(fake_.read_sizes, testing::IsEmpty());
+}
+
+TEST_F(WinHttpCalls, ALengthIsComparedHoweverManyDigitsItHas) {
+  struct Case {
+    std::wstring header;
+    std::string other;  // the size that is refused, empty where the length is right
+  };
+  for (const Case& c :
+       {Case{L"4", ""}, Case{L"0004", ""}, Case{std::wstring(100, L'0') + L"4", ""},
+        Case{L"18446744073709551620", "18446744073709551620"},  // 4 more than fit into 64 bits
+        Case{L"018446744073709551620", "18446744073709551620"}, Case{L"18446744073709551615", "18446744073709551615"},
+        Case{L"4" + std::wstring(40, L'0'), "4" + std::string(40, '0')}, Case{L"0", "0"}, Case{L"000", "0"},
+        Case{L"40", "40"}, Case{L"5, 4", "5"}, Case{L"4 bytes", ""}, Case{L"-4", ""},
+        Case{L"four", ""}}) {  // no number says nothing
+    SCOPED_TRACE(to_utf8(c.header));
+    open_session();
+    fake_.headers = {{5, c.header}};
+    fake_.chunks = {"abcd"};
+    received_.clear();
+    error_ = "untouched";
+    EXPECT_EQ(download(0, 4), c.other.empty() ? TransferResult::ok : TransferResult::protocol);
+    EXPECT_EQ(error_, c.other.empty()
+                          ? "untouched"
+                          : "the server reports a different file size (" + c.other + " instead of 4 bytes)");
+    EXPECT_EQ(received_, c.other.empty() ? "abcd" : "");
+  }
+}
+
 TEST_F(WinHttpCalls, FetchForgetsTheBodyWhenAReadFailsOrItGrowsTooLarge) {
   struct Case {
     std::deque<DWORD> read_errors;

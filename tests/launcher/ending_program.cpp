@@ -1,0 +1,53 @@
+// Ends in one of the ways in which the launcher's process may end:
+//   ending_program WAY LOG
+#include <windows.h>
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "foundations/log.h"
+#include "launcher/process_end.h"
+
+namespace {
+
+void exhaust_memory() {
+  constexpr size_t more_than_any_machine_has = size_t{1} << 46U;
+  const std::string bytes(more_than_any_machine_has, 'x');
+  kvx::log::write("%c", bytes.back());
+}
+
+void throw_an_exception() { throw std::runtime_error("nobody expects this"); }
+
+template <typename Function>
+void on_a_thread(Function function) {
+  std::thread(function).join();
+}
+
+struct SaysGoodbye {
+  SaysGoodbye() = default;
+  SaysGoodbye(const SaysGoodbye&) = delete;
+  SaysGoodbye& operator=(const SaysGoodbye&) = delete;
+  ~SaysGoodbye() { kvx::log::write("destroyed"); }
+};
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+  if (count != 3) return 1;
+  static const SaysGoodbye at_the_end;
+  kvx::end_process_without_memory();
+  kvx::log::open(arguments[2]);
+  kvx::log::write("started");
+  const std::map<std::wstring, void (*)()> ways = {
+      {L"memory", exhaust_memory},
+      {L"memory-on-a-thread", [] { on_a_thread(exhaust_memory); }},
+      {L"exception", throw_an_exception},
+      {L"exception-on-a-thread", [] { on_a_thread(throw_an_exception); }},
+      {L"terminate", [] { std::terminate(); }},
+      {L"end", [] { kvx::end_process(kvx::RunOutcome::cancelled); }},
+  };
+  ways.at(arguments[1])();
+  return 0;
+}
