@@ -13,7 +13,9 @@ function(kvx_build_identity target version)
   list(APPEND numbers 0 0 0)
   list(SUBLIST numbers 0 4 numbers)
   list(JOIN numbers "," KVX_VERSION_NUMBERS)
+  list(JOIN numbers "." KVX_VERSION_DOTTED)
   set(KVX_VERSION "${version}")
+  kvx_wide_literal("${KVX_BASE_URL}" KVX_BASE_URL_LITERAL)
 
   set(folder "${CMAKE_BINARY_DIR}/generated/${target}")
   configure_file("${CMAKE_SOURCE_DIR}/launcher/build_identity.cpp.in" "${folder}/build_identity.cpp" @ONLY)
@@ -22,17 +24,20 @@ function(kvx_build_identity target version)
   target_include_directories(${target} PRIVATE "${CMAKE_SOURCE_DIR}")
   target_compile_options(${target} PRIVATE ${kvx_warnings})
   set(KVX_VERSION_NUMBERS "${KVX_VERSION_NUMBERS}" PARENT_SCOPE)
+  set(KVX_VERSION_DOTTED "${KVX_VERSION_DOTTED}" PARENT_SCOPE)
 endfunction()
 
 # kvx_launcher_program(TARGET IDENTITY VERSION): the launcher as a program, with its resources.
 function(kvx_launcher_program target identity version)
   kvx_build_identity(${identity} "${version}")
   set(KVX_VERSION "${version}")
-  set(resource_script "${CMAKE_BINARY_DIR}/generated/${identity}/launcher.rc")
+  set(folder "${CMAKE_BINARY_DIR}/generated/${identity}")
+  set(resource_script "${folder}/launcher.rc")
+  configure_file("${CMAKE_SOURCE_DIR}/resources/launcher.manifest.in" "${folder}/launcher.manifest" @ONLY)
   configure_file("${CMAKE_SOURCE_DIR}/resources/launcher.rc.in" "${resource_script}" @ONLY)
   set_source_files_properties("${resource_script}" PROPERTIES
-    INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/resources"
-    OBJECT_DEPENDS "${CMAKE_SOURCE_DIR}/resources/launcher.manifest;${CMAKE_SOURCE_DIR}/resources/launcher.ico")
+    INCLUDE_DIRECTORIES "${folder};${CMAKE_SOURCE_DIR}/resources"
+    OBJECT_DEPENDS "${folder}/launcher.manifest;${CMAKE_SOURCE_DIR}/resources/launcher.ico")
   add_executable(${target} WIN32 "${CMAKE_SOURCE_DIR}/launcher/main.cpp"
                  "${CMAKE_SOURCE_DIR}/launcher/stack_guard.cpp"
                  "${CMAKE_SOURCE_DIR}/launcher/system_libraries.cpp"

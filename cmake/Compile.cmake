@@ -7,6 +7,12 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 # Small, not fast: hashing and transfers happen inside the system.
 set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
 
+# With ccache installed, what was compiled once on this machine is not compiled again, in whatever checkout.
+find_program(KVX_CCACHE ccache)
+if(KVX_CCACHE AND (NOT CMAKE_CXX_COMPILER_LAUNCHER OR CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache$"))
+  set(CMAKE_CXX_COMPILER_LAUNCHER env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${KVX_CCACHE}")
+endif()
+
 option(KVX_TRAP_UNDEFINED "Stop at undefined behaviour (clang)" OFF)
 
 add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX WINVER=0x0A00 _WIN32_WINNT=0x0A00

@@ -12,7 +12,7 @@
 namespace kvx::test {
 namespace {
 
-constexpr DWORD limit_ms = 20000;
+constexpr DWORD foreign_limit_ms = 20000;
 
 KernelHandle open_process(DWORD process_id) {
   KernelHandle process(OpenProcess(PROCESS_ALL_ACCESS, FALSE, process_id));
@@ -81,7 +81,8 @@ DWORD run_in(HANDLE process, const std::vector<uint8_t>& code, void* parameter) 
   const KernelHandle thread(CreateRemoteThread(
       process, nullptr, 0, reinterpret_cast<LPTHREAD_START_ROUTINE>(routine.address()), parameter, 0, nullptr));
   DWORD result = 0;
-  if (WaitForSingleObject(thread.get(), limit_ms) != WAIT_OBJECT_0 || GetExitCodeThread(thread.get(), &result) == 0) {
+  if (WaitForSingleObject(thread.get(), foreign_limit_ms) != WAIT_OBJECT_0 ||
+      GetExitCodeThread(thread.get(), &result) == 0) {
     ADD_FAILURE() << "the process did not run what the test asks for";
   }
   return result;
@@ -136,7 +137,7 @@ void send_dpi_change(HWND window, WORD dpi, const RECT& suggested) {
   const ForeignMemory place(process.get(), &suggested, sizeof(suggested), PAGE_READWRITE);
   DWORD_PTR answer = 0;
   EXPECT_NE(SendMessageTimeoutW(window, WM_DPICHANGED, MAKEWPARAM(dpi, dpi), reinterpret_cast<LPARAM>(place.address()),
-                                SMTO_NORMAL, limit_ms, &answer),
+                                SMTO_NORMAL, foreign_limit_ms, &answer),
             0);
 }
 

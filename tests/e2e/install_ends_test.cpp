@@ -15,8 +15,6 @@
 namespace kvx::test {
 namespace {
 
-const std::string next_data = "a of 1.1";
-
 std::vector<std::string> lines_before_install() {
   return {"manifest: * bytes, signature OK (key primary)",
           "manifest: version 1.1 serial 2, 2 files, 0 removals, exe bin/game.exe",

@@ -8,6 +8,7 @@
 #include "tests/e2e/update_texts.h"
 #include "tests/support/file_lock.h"
 #include "tests/support/sha256_hex.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -311,7 +312,7 @@ TEST_P(InterruptedRun, KilledBeforeTheInstallIsRecordedFindsItComplete) {
 
 TEST_P(InterruptedRun, KilledWhileFetchingANewLauncherGoesOnWhereItStopped) {
   given_installed(first_release());
-  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const std::string next = read_text(full_path(to_wide(build_path(KVX_NEXT_LAUNCHER_PROGRAM))));
   const ReleaseBuilder release = second_release().launcher("1.0.1", next);
   given_published(release);
   given_a_blob_that_stops_after(next, 200000);
@@ -330,7 +331,7 @@ TEST_P(InterruptedRun, KilledWhileFetchingANewLauncherGoesOnWhereItStopped) {
 
 TEST_P(InterruptedRun, KilledBetweenTheMovesOfASelfUpdateStartsOver) {
   given_installed(first_release());
-  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const std::string next = read_text(full_path(to_wide(build_path(KVX_NEXT_LAUNCHER_PROGRAM))));
   const ReleaseBuilder release = second_release().launcher("1.0.1", next);
   given_published(release);
   FileLock old_file(folder().launcher(), FILE_SHARE_READ);
@@ -349,7 +350,7 @@ TEST_P(InterruptedRun, KilledBetweenTheMovesOfASelfUpdateStartsOver) {
 
 // As a computer that goes off between the two renames leaves it.
 TEST_P(InterruptedRun, ASelfUpdateWithoutItsProgramIsRepairedByStartingWhatIsLeft) {
-  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const std::string next = read_text(full_path(to_wide(build_path(KVX_NEXT_LAUNCHER_PROGRAM))));
   const ReleaseBuilder release = second_release().launcher("1.0.1", next);
   for (const char* left : {"KVXLauncher.old.exe", "KVXLauncher.new.exe"}) {
     SCOPED_TRACE(left);
@@ -374,7 +375,7 @@ TEST_P(InterruptedRun, ASelfUpdateWithoutItsProgramIsRepairedByStartingWhatIsLef
 
 TEST_P(InterruptedRun, KilledAfterAHandOverIsFinishedByTheNextStart) {
   given_installed(first_release());
-  const std::string next = read_text(full_path(to_wide(KVX_NEXT_LAUNCHER_PROGRAM)));
+  const std::string next = read_text(full_path(to_wide(build_path(KVX_NEXT_LAUNCHER_PROGRAM))));
   const ReleaseBuilder release = second_release().launcher("1.0.1", next);
   given_published(release);
   given_a_hand_over_is_awaited();

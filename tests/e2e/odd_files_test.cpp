@@ -14,8 +14,6 @@
 namespace kvx::test {
 namespace {
 
-const std::string next_data = "a of 1.1";
-
 void make_read_only(const std::wstring& path) {
   ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY)) << to_utf8(path);
 }

@@ -13,6 +13,7 @@
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
 #include "tests/support/sha256_hex.h"
+#include "tests/support/test_paths.h"
 #include "tests/support/test_process.h"
 
 namespace kvx::test {
@@ -63,7 +64,7 @@ std::vector<std::string> messages_of(const std::string& log) {
 
 PlayerFolder::PlayerFolder(std::wstring launcher_name, const std::wstring& below)
     : path_(below.empty() ? temp_.path() : temp_ / below), launcher_name_(std::move(launcher_name)) {
-  copy_program(to_wide(KVX_LAUNCHER_PROGRAM), launcher());
+  copy_program(to_wide(build_path(KVX_LAUNCHER_PROGRAM)), launcher());
 }
 
 std::wstring PlayerFolder::file(const std::string& name) const { return path_ + L'\\' + backslashed(name); }

@@ -11,11 +11,12 @@
 #include "tests/e2e/update_texts.h"
 #include "tests/support/file_lock.h"
 #include "tests/support/sha256_hex.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
 
-std::string program_bytes(const char* path) { return read_text(full_path(to_wide(path))); }
+std::string program_bytes(const char* path) { return read_text(full_path(to_wide(build_path(path)))); }
 
 const std::string& this_launcher() {
   static const std::string bytes = program_bytes(KVX_LAUNCHER_PROGRAM);

@@ -11,6 +11,7 @@
 #include "foundations/text.h"
 #include "tests/e2e/story.h"
 #include "tests/support/signing_keys.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -563,7 +564,7 @@ KVX_TELL_IN_BOTH_WAYS(WithoutNetwork);
 
 TEST_P(WithoutNetwork, TheInstalledGameIsStarted) {
   given_installed(release_with_arguments());
-  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_NETWORK), folder().launcher());
+  copy_program(to_wide(build_path(KVX_LAUNCHER_WITHOUT_NETWORK)), folder().launcher());
   when_started();
   then_asks(confirm_prompt(to_wide(message()) + version_will_start), IDOK);
   then_ends(10, launched, message());
@@ -573,7 +574,7 @@ TEST_P(WithoutNetwork, TheInstalledGameIsStarted) {
 }
 
 TEST_P(WithoutNetwork, NothingInstalledIsSaid) {
-  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_NETWORK), folder().launcher());
+  copy_program(to_wide(build_path(KVX_LAUNCHER_WITHOUT_NETWORK)), folder().launcher());
   when_started();
   then_asks(error_prompt(to_wide(message()) + not_installed), IDOK);
   then_ends(10, not_launched, message());
@@ -585,7 +586,7 @@ KVX_TELL_IN_BOTH_WAYS(WithoutSha256);
 
 TEST_P(WithoutSha256, NeitherAReleaseNorTheInstalledGameIsTrusted) {
   given_installed(release_with_arguments());
-  copy_program(to_wide(KVX_LAUNCHER_WITHOUT_HASH), folder().launcher());
+  copy_program(to_wide(build_path(KVX_LAUNCHER_WITHOUT_HASH)), folder().launcher());
   when_started();
   const std::string reason = "SHA-256 not available";
   const std::string message = failed_security_check(reason);

@@ -7,6 +7,7 @@
 
 #include "foundations/text.h"
 #include "tests/e2e/story.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -38,7 +39,7 @@ class SystemLibraries : public InBothWays {
   }
 
   void given_planted(const std::wstring& library) const {
-    copy_program(to_wide(KVX_PLANTED_LIBRARY), in_folder(library + L".dll"));
+    copy_program(to_wide(build_path(KVX_PLANTED_LIBRARY)), in_folder(library + L".dll"));
   }
 };
 KVX_TELL_IN_BOTH_WAYS(SystemLibraries);

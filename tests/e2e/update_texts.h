@@ -12,7 +12,8 @@
 namespace kvx::test {
 
 // Version 1.1, serial 2: the game program of Story::first_release, and data/a.txt with this content.
-[[nodiscard]] ReleaseBuilder next_release(const std::string& data = "a of 1.1");
+inline const std::string next_data = "a of 1.1";
+[[nodiscard]] ReleaseBuilder next_release(const std::string& data = next_data);
 
 [[nodiscard]] Prompt disk_space_prompt(uint64_t needed, uint64_t free);
 [[nodiscard]] Prompt download_failed_prompt(const std::string& reason);

@@ -6,6 +6,7 @@
 #include "foundations/system_handles.h"
 #include "tests/engine/download_test.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -206,7 +207,7 @@ TEST_F(SelfUpdate, RollsBackWhenTheNewLauncherDoesNotStart) {
 
 class SelfUpdateHandOver : public SelfUpdate {
  protected:
-  SelfUpdateHandOver() : new_launcher_(read_text(full_path(to_wide(KVX_ARGUMENT_WRITER)))) {}
+  SelfUpdateHandOver() : new_launcher_(read_text(full_path(to_wide(test::build_path(KVX_ARGUMENT_WRITER))))) {}
 
   // Two lines: the new launcher's command line and its working directory.
   std::string hand_over() {

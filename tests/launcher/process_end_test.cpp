@@ -7,6 +7,7 @@
 #include "foundations/text.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_paths.h"
 #include "tests/support/test_process.h"
 
 namespace kvx {
@@ -25,8 +26,8 @@ TEST(ProcessEnd, IsAtOnceAndSaysWhyWhereItCan) {
     SCOPED_TRACE(to_utf8(c.way));
     const test::TempFolder folder;
     const std::wstring log = folder / L"end.log";
-    const test::TestProcess program(full_path(to_wide(KVX_ENDING_PROGRAM)), c.way + (L" " + quote_argument(log)),
-                                    folder.path());
+    const test::TestProcess program(full_path(to_wide(test::build_path(KVX_ENDING_PROGRAM))),
+                                    c.way + (L" " + quote_argument(log)), folder.path());
     EXPECT_EQ(program.wait(), c.code);
     EXPECT_EQ(test::log_messages(test::read_text(log)), c.log);
   }

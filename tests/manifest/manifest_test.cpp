@@ -51,21 +51,21 @@ std::string document(const std::vector<Member>& changes = {}) {
   return "{" + text + "}";
 }
 
-std::string error_of(const std::string& text, Manifest& manifest) {
+std::string manifest_error(const std::string& text, Manifest& manifest) {
   JsonValue root;
   std::string error;
   EXPECT_TRUE(parse_json(text, root, error)) << text << ": " << error;
   return read_manifest(root, L"MyLauncher.exe", manifest, error) ? "accepted" : error;
 }
 
-std::string error_of(const std::string& text) {
+std::string manifest_error(const std::string& text) {
   Manifest manifest;
-  return error_of(text, manifest);
+  return manifest_error(text, manifest);
 }
 
 Manifest accepted(const std::string& text) {
   Manifest manifest;
-  EXPECT_EQ(error_of(text, manifest), "accepted") << text;
+  EXPECT_EQ(manifest_error(text, manifest), "accepted") << text;
   return manifest;
 }
 
@@ -130,11 +130,11 @@ TEST(Manifest, TakesDefaultsForWhatIsAbsentOrNull) {
 TEST(Manifest, ForgetsWhatTheRecordHeldBefore) {
   Manifest m;
   EXPECT_EQ(
-      error_of(
+      manifest_error(
           document({{"notes", "\"x\""}, {"args", "[\"a\"]"}, {"launcher", launcher("\"2\"", quoted(digest_b), "1")}}),
           m),
       "accepted");
-  EXPECT_EQ(error_of(document(), m), "accepted");
+  EXPECT_EQ(manifest_error(document(), m), "accepted");
   EXPECT_EQ(m.files.size(), 2U);
   EXPECT_EQ(m.notes, "");
   EXPECT_THAT(m.args, IsEmpty());
@@ -167,7 +167,7 @@ TEST(Manifest, AcceptsTheEndsOfEveryRange) {
            {{"exe", "\"Bin/GAME.EXE\""}},
            {{"files", R"([{"sha256":")" + digest_a + R"(","size":1,"extra":null,"path":"bin/game.exe"}])"}},
        }) {
-    EXPECT_EQ(error_of(document(changes)), "accepted") << document(changes);
+    EXPECT_EQ(manifest_error(document(changes)), "accepted") << document(changes);
   }
 }
 
@@ -290,10 +290,10 @@ TEST(Manifest, RefusesTheFirstThingThatIsWrong) {
            {{remove("bin/game.exe")}, "path \"bin/game.exe\" is listed in both files and remove"},
            {{remove("BIN/game.EXE")}, "path \"BIN/game.EXE\" is listed in both files and remove"},
        }) {
-    EXPECT_EQ(error_of(document(c.changes)), c.error) << document(c.changes);
+    EXPECT_EQ(manifest_error(document(c.changes)), c.error) << document(c.changes);
   }
   for (const char* root : {"[]", "1", "null", "\"{}\""}) {
-    EXPECT_EQ(error_of(root), "manifest is not a JSON object") << root;
+    EXPECT_EQ(manifest_error(root), "manifest is not a JSON object") << root;
   }
 }
 
@@ -335,7 +335,7 @@ TEST(Manifest, TestsInAFixedOrder) {
     std::vector<Member> changes;
     // Of two faults in one member the earlier one is in the document.
     for (size_t i = steps.size(); i > first; --i) changes.push_back(steps[i - 1].wrong);
-    EXPECT_EQ(error_of(document(changes)), steps[first].error) << first;
+    EXPECT_EQ(manifest_error(document(changes)), steps[first].error) << first;
   }
 }
 

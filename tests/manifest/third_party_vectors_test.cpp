@@ -13,13 +13,14 @@
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx {
 namespace {
 
 std::wstring vectors_folder() {
   const wchar_t* named = _wgetenv(L"KVX_VECTORS");
-  return full_path(named == nullptr ? to_wide(KVX_SOURCE_FOLDER "\\..\\shared\\vectors") : std::wstring(named));
+  return full_path(named == nullptr ? to_wide(test::source_path("../shared/vectors")) : std::wstring(named));
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {

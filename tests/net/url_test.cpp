@@ -8,7 +8,7 @@
 namespace kvx {
 namespace {
 
-constexpr const char* plain_http = "plain HTTP is only allowed for a local test server (127.0.0.1 / localhost)";
+constexpr const char* plain_http_refusal = "plain HTTP is only allowed for a local test server (127.0.0.1 / localhost)";
 constexpr const char* no_host = "URL has no host";
 constexpr const char* unreadable = "invalid URL";
 
@@ -64,23 +64,23 @@ TEST(ParseUrl, NamesTheRuleThatRefusedTheUrl) {
     const char* error;
   };
   for (const Case& c : {
-           Case{L"http://127.0.0.2/", plain_http},
+           Case{L"http://127.0.0.2/", plain_http_refusal},
            {L"http:///x", no_host},
            {L"https://:443/x", no_host},
-           {L"http://127.0.0.2:8080/patch/", plain_http},
-           {L"http://127.0.0.10/", plain_http},
-           {L"http://127.0.0.1.example/", plain_http},
-           {L"http://127.1/", plain_http},
-           {L"http://0.0.0.0/", plain_http},
-           {L"http://localhost.example/", plain_http},
-           {L"http://localhost./", plain_http},
-           {L"http://notlocalhost/", plain_http},
-           {L"http://local/", plain_http},
-           {L"http://update.kvx.example/patch/", plain_http},
-           {L"http://[::2]:9000/", plain_http},
-           {L"http://[0:0:0:0:0:0:0:1]/", plain_http},
-           {L"http://[::01]/", plain_http},
-           {L"http://localhost@update.kvx.example/", plain_http},
+           {L"http://127.0.0.2:8080/patch/", plain_http_refusal},
+           {L"http://127.0.0.10/", plain_http_refusal},
+           {L"http://127.0.0.1.example/", plain_http_refusal},
+           {L"http://127.1/", plain_http_refusal},
+           {L"http://0.0.0.0/", plain_http_refusal},
+           {L"http://localhost.example/", plain_http_refusal},
+           {L"http://localhost./", plain_http_refusal},
+           {L"http://notlocalhost/", plain_http_refusal},
+           {L"http://local/", plain_http_refusal},
+           {L"http://update.kvx.example/patch/", plain_http_refusal},
+           {L"http://[::2]:9000/", plain_http_refusal},
+           {L"http://[0:0:0:0:0:0:0:1]/", plain_http_refusal},
+           {L"http://[::01]/", plain_http_refusal},
+           {L"http://localhost@update.kvx.example/", plain_http_refusal},
            {L"", unreadable},
            {L"update.kvx.example", unreadable},
            {L"/patch/", unreadable},

@@ -28,6 +28,13 @@ count 2 "texts of the version record" '2\0\.\x005\x001\0\.\x007\0\0\0'
 count 1 "numbers of the version record" '\xBD\x04\xEF\xFE\0\0\x01\0(?:\x33\0\x02\0\0\0\x07\0){2}'
 count 1 "base URL" 'h\0t\0t\0p\0s\0:\0\/\0\/\0o\0w\0n\0\.\0e\0x\0a\0m\0p\0l\0e\0\/\0p\0a\0t\0c\0h\0\/\0\0\0'
 count 0 "placeholder URL" 'u\0p\0d\0a\0t\0e\0\.\0k\0v\0x\0'
+count 1 "version of the application manifest" 'name="KVX\.Launcher" version="2\.51\.7\.0"'
 count 1 "primary key" '\x00\x11\x22\x33\x44\x55\x66\x77\xA5{64}'
 count 1 "backup key" '\x88\x99\xAA\xBB\xCC\xDD\xEE\xFF\x5C{64}'
+
+# Whatever the URL holds, it reaches the program as it is.
+cmake -B out -DKVX_PUBLISHER_BUILD=OFF "-DKVX_BASE_URL=https://öwn.example/\"; x\\n%20\${HOME}@KVX_VERSION@?/"
+cmake --build out --target KVXLauncher
+wide() { printf '%s' "$1" | iconv -f UTF-8 -t UTF-16LE | od -An -v -tx1 | tr -d '\n' | sed 's/ /\\x/g'; }
+count 1 "base URL with quotes and the like" "$(wide 'https://öwn.example/"; x\n%20${HOME}@KVX_VERSION@?/')\\0\\0"
 exit $failures

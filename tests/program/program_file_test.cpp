@@ -3,6 +3,7 @@
 
 #include "foundations/text.h"
 #include "tests/program/pe_file.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -15,7 +16,7 @@ const bool release_build = KVX_RELEASE_BUILD;
 
 class ProgramFile : public testing::Test {
  protected:
-  PeFile program_{to_wide(KVX_PROGRAM_FILE)};
+  PeFile program_{to_wide(build_path(KVX_PROGRAM_FILE))};
 };
 
 // Windows looks for any other library in the launcher's own folder first, where anybody may put one. COMCTL32.DLL is
@@ -71,8 +72,8 @@ TEST_F(ProgramFile, HoldsItsVersionMarkerOnceAsPlainText) {
 }
 
 TEST_F(ProgramFile, NamesNoFolderOfTheBuildMachine) {
-  for (const std::string& folder : {std::string(KVX_SOURCE_FOLDER).substr(2), std::string(KVX_BINARY_FOLDER).substr(2),
-                                    std::string("/home/"), std::string("/root/")}) {
+  for (const std::string& folder :
+       {source_path("").substr(2), build_path("").substr(2), std::string("/home/"), std::string("/root/")}) {
     EXPECT_EQ(program_.bytes().find(folder), std::string::npos) << folder;
   }
 }

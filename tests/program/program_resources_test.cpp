@@ -12,6 +12,7 @@
 
 #include "foundations/text.h"
 #include "foundations/unique_handle.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -38,7 +39,7 @@ class ProgramResources : public testing::Test {
     return {static_cast<const char*>(LockResource(loaded)), SizeofResource(program_.get(), found)};
   }
 
-  std::wstring path_ = to_wide(KVX_PROGRAM_FILE);
+  std::wstring path_ = to_wide(build_path(KVX_PROGRAM_FILE));
   UniqueHandle<LibraryTraits> program_{LoadLibraryExW(path_.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE)};
 };
 
@@ -58,6 +59,7 @@ std::string with_single_blanks(std::string_view text) {
 TEST_F(ProgramResources, ApplicationManifestIsEmbedded) {
   const std::string manifest = with_single_blanks(resource(RT_MANIFEST, 1));
   ASSERT_FALSE(manifest.empty());
+  EXPECT_THAT(manifest, HasSubstr("name=\"KVX.Launcher\" version=\"" KVX_PROGRAM_VERSION_DOTTED "\""));
   for (const char* element : {
            R"(name="Microsoft.Windows.Common-Controls" version="6.0.0.0" processorArchitecture="amd64" )"
            R"(publicKeyToken="6595b64144ccf1df")",
@@ -153,7 +155,7 @@ TEST_F(ProgramResources, IconLoadsAtTheSizesOfATitleBarAndATaskList) {
 class ProgramVersionRecord : public testing::Test {
  protected:
   void SetUp() override {
-    const std::wstring path = to_wide(KVX_PROGRAM_FILE);
+    const std::wstring path = to_wide(build_path(KVX_PROGRAM_FILE));
     record_.resize(GetFileVersionInfoSizeW(path.c_str(), nullptr));
     ASSERT_FALSE(record_.empty()) << "error " << GetLastError();
     ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(record_.size()), record_.data()));

@@ -10,6 +10,7 @@
 
 #include "foundations/text.h"
 #include "tests/program/pe_file.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -146,7 +147,7 @@ class SupportDocument : public testing::Test {
            table_.document().find('"' + said + '"') != std::string::npos;
   }
 
-  const PeFile program_{to_wide(KVX_PROGRAM_FILE)};
+  const PeFile program_{to_wide(build_path(KVX_PROGRAM_FILE))};
   const SupportTable table_;
   std::set<std::string> pieces_;
 

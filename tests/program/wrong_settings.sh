@@ -99,10 +99,34 @@ stops "publisher's build with a copy of the development keys" "holds a developme
 { printf '%s\n' "$primary"; printf 'backup %s %s\n' "$id" "$(head -1 "$development" | cut -d' ' -f3)"; } >"$keys"
 stops "publisher's build with one development key under other names" "holds a development key" \
   -DKVX_PUBLISHER_BUILD=ON "$url" -DKVX_PUBLIC_KEYS="$keys"
-stops "publisher's build with the placeholder" "https://update.kvx.example/patch/ is only a placeholder" \
+stops "publisher's build with the placeholder" "\"https://update.kvx.example/patch/\" is only a placeholder" \
   -DKVX_PUBLISHER_BUILD=ON "$placeholder" -DKVX_PUBLIC_KEYS="$own"
-stops "publisher's build with the placeholder without its slash" "https://update.kvx.example/patch/ is only a placeholder" \
+stops "publisher's build with the placeholder without its slash" "\"https://update.kvx.example/patch\" is only a placeholder" \
   -DKVX_PUBLISHER_BUILD=ON "${placeholder%/}" -DKVX_PUBLIC_KEYS="$own"
+url_stops() {  # url_stops WHAT REASON URL: for a publisher's build
+  stops "publisher's build with $1" "KVX_PUBLISHER_BUILD: KVX_BASE_URL \"$3\" $2. Name your server" \
+    -DKVX_PUBLISHER_BUILD=ON -DKVX_BASE_URL="$3" -DKVX_PUBLIC_KEYS="$own"
+}
+url_stops "no URL" "is empty" ''
+url_stops "plain HTTP" "is plain HTTP; players are served over HTTPS only" http://own.example/patch/
+url_stops "plain HTTP on this machine" "is plain HTTP; players are served over HTTPS only" http://127.0.0.1/patch/
+url_stops "another scheme" "does not begin with https://" ftp://own.example/patch/
+url_stops "no scheme" "does not begin with https://" own.example/patch/
+for host in '' :443 user@own.example a:b:443 '[::1' '::1' own.example:x own.example:; do
+  url_stops "host \"$host\"" "has no valid host" "https://$host/patch/"
+done
+for port in 0 65536 99999999999999999999; do
+  url_stops "port $port" "has a port that is not 1 to 65535" "https://own.example:$port/patch/"
+done
+for text in 'a b' 'a"b' 'a\b' $'a\tb' $'a\x01b' $'a\x7fb'; do
+  url_stops "\"$text\"" "holds a blank, a quote, a backslash or a control character" "https://own.example/$text/"
+done
+url_stops "a query" "has a query or a fragment; the names of files are added to its end" "https://own.example/patch?a=/"
+url_stops "a fragment" "has a query or a fragment; the names of files are added to its end" "https://own.example/patch#a/"
+stops "a URL that is not UTF-8" "is not UTF-8" -DKVX_BASE_URL=$'https://own.example/\xff/'
+for valid in HTTPS://own.example https://own.example:8443/a/b/ 'https://[2001:db8::1]:443/' 'https://öwn.example/a;b%20c/'; do
+  passes "publisher's build with $valid" -DKVX_PUBLISHER_BUILD=ON -DKVX_BASE_URL="$valid" -DKVX_PUBLIC_KEYS="$own"
+done
 passes "publisher's build" -DKVX_PUBLISHER_BUILD=ON "$url" -DKVX_PUBLIC_KEYS="$own"
 
 for version in '' 1.0-beta v1 1. .1 1..2 1.2.3.4.5 "1 0"; do

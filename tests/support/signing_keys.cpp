@@ -14,6 +14,7 @@
 #include "manifest/built_in_keys.h"
 #include "tests/support/sha256_hex.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -49,7 +50,7 @@ PrivateKeyBlob read_private_key(SigningKey key) {
   using std::string_view_literals::operator""sv;
   const std::string name = key == SigningKey::primary ? "primary" : "backup";
   const std::string bytes =
-      pem_content(read_text(full_path(to_wide(KVX_SOURCE_FOLDER "/keys/development/" + name + ".pem"))));
+      pem_content(read_text(full_path(to_wide(source_path("keys/development/" + name + ".pem")))));
   PrivateKeyBlob blob;
   if (!copy_after(bytes, "\x02\x01\x01\x04\x20"sv, blob.secret) ||
       !copy_after(bytes, "\x03\x42\x00\x04"sv, blob.point)) {

@@ -8,6 +8,7 @@
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_paths.h"
 
 namespace kvx::test {
 namespace {
@@ -75,7 +76,7 @@ constexpr char placeholder_form[] = R"(\*([^*\n]+)\*)";
 
 }  // namespace
 
-SupportTable::SupportTable() : document_(read_text(full_path(to_wide(KVX_SOURCE_FOLDER "/docs/support.md")))) {
+SupportTable::SupportTable() : document_(read_text(full_path(to_wide(source_path("docs/support.md"))))) {
   messages_ = table_under(document_, "## Message boxes", 0, 1);
   continuations_ = table_under(document_, "### How the messages with 10, 20 and 21 go on", 0, 1);
   results_ = table_under(document_, "## Result messages", 0, 1);

@@ -7,12 +7,13 @@
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_paths.h"
 #include "tests/support/window_driver.h"
 
 namespace kvx::test {
 namespace {
 
-std::wstring test_program_path() { return full_path(to_wide(KVX_TEST_PROGRAM)); }
+std::wstring test_program_path() { return full_path(to_wide(build_path(KVX_TEST_PROGRAM))); }
 
 std::wstring new_event_name() {
   static std::atomic<int> count{0};

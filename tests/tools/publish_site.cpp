@@ -11,17 +11,18 @@
 #include "manifest/built_in_keys.h"
 #include "manifest/json.h"
 #include "manifest/signature.h"
+#include "tests/support/test_paths.h"
 #include "tools/kvxpublish/commands.h"
 
 namespace kvx::test {
 namespace {
 
-void collect(const std::wstring& folder, const std::wstring& prefix, std::map<std::wstring, std::string>& files) {
+void collect_files(const std::wstring& folder, const std::wstring& prefix, std::map<std::wstring, std::string>& files) {
   for (const std::wstring& name : list_folder(folder)) {
     const std::wstring path = join_path(folder, name);
     if (is_folder(path)) {
       files[prefix + name + L'\\'] = "";
-      collect(path, prefix + name + L'\\', files);
+      collect_files(path, prefix + name + L'\\', files);
     } else {
       files[prefix + name] = read_text(path);
     }
@@ -42,14 +43,12 @@ std::vector<std::string> removals_of(const Manifest& manifest) {
 }
 
 std::string development_key(const std::string& name) {
-  return native(KVX_SOURCE_FOLDER "/keys/development/" + name + ".pem");
+  return native(source_path("keys/development/" + name + ".pem"));
 }
 
-std::wstring development_public_keys() {
-  return to_wide(native(KVX_SOURCE_FOLDER "/keys/development/public_keys.txt"));
-}
+std::wstring development_public_keys() { return to_wide(native(source_path("keys/development/public_keys.txt"))); }
 
-std::wstring built_launcher() { return to_wide(native(KVX_BINARY_FOLDER "/KVXLauncher.exe")); }
+std::wstring built_launcher() { return to_wide(native(build_path("KVXLauncher.exe"))); }
 
 CommandResult kvxpublish(const std::vector<std::string>& arguments) {
   CapturedConsole console;
@@ -120,7 +119,7 @@ Manifest PublishSite::published(const std::string& channel, bool signed_too) con
 
 std::map<std::wstring, std::string> PublishSite::snapshot() const {
   std::map<std::wstring, std::string> files;
-  collect(folder_ / L"site", L"", files);
+  collect_files(folder_ / L"site", L"", files);
   return files;
 }
 

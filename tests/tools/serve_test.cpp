@@ -10,6 +10,7 @@
 #include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/managed_path.h"
+#include "tests/support/test_paths.h"
 #include "tests/tools/folder_tree.h"
 #include "tests/tools/publish_site.h"
 #include "tools/kvxpublish/local_server.h"
@@ -53,7 +54,7 @@ class Serve : public testing::Test {
   void install(const std::vector<std::wstring>& names) const {
     for (const std::wstring& name : names) {
       uint32_t error = 0;
-      ASSERT_TRUE(copy_file(native_path(KVX_STAND_IN), programs_ + L"\\" + name, error));
+      ASSERT_TRUE(copy_file(native_path(build_path(KVX_STAND_IN)), programs_ + L"\\" + name, error));
     }
   }
 

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# without_packages.sh SOURCE WORK: where the packages of the tools and tests are missing, the launcher is configured and
+# built; a build of all and a run of the tests fail and name the packages.
+set -euo pipefail
+source=$1
+work=$2.packages
+rm -rf "$work"; mkdir -p "$work"
+cd "$source"
+missing="needs the Debian packages libcli11-dev nlohmann-json3-dev googletest"
+
+fail() { printf '%s\n' "$@" >&2; exit 1; }
+fails() {  # fails COMMAND...: and names the packages
+  local output
+  ! output=$("$@" 2>&1 | tr -s ' \n' ' '; exit "${PIPESTATUS[0]}") || fail "went through: $*"
+  [[ $output = *"$missing"* ]] || fail "$*: expected \"$missing\" in:" "$output"
+}
+
+cmake --preset mingw-release -B "$work/build" -DKVX_PACKAGES_ROOT="$work/none" >/dev/null
+cmake --build "$work/build" --target KVXLauncher
+[ -s "$work/build/KVXLauncher.exe" ] || fail "there is no KVXLauncher.exe"
+fails cmake --build "$work/build"
+fails ctest --test-dir "$work/build" --output-on-failure
