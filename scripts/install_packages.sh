@@ -4,12 +4,13 @@
 # Needs root or sudo only when something is missing.
 set -euo pipefail
 
-build=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev cmake ninja-build)
+build=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev cmake ninja-build ccache)
 # GoogleTest comes as source and is built for Windows here; the two header-only libraries serve the publisher's tool.
-test=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl)
+test=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl
+      git python3)
 demo=("${test[@]}" xdotool imagemagick)
 lint=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy clang-format
-      lld libclang-rt-14-dev)
+      git python3 lld libclang-rt-14-dev)
 
 # What the programs of bench/ are held against.
 bench=(rapidjson-dev curl aria2)

@@ -3,5 +3,7 @@
 # Ends with CTest's summary and its exit code.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-scripts/build.sh
+source scripts/timed.sh
+timed "build" scripts/build.sh
+echo "== tests"
 exec scripts/run_ctest.sh mingw-release "$@"
