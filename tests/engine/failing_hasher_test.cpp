@@ -35,6 +35,7 @@ Function bcrypt(const char* name) {
 }  // namespace kvx::test
 
 // With C linkage these are the very functions that the program calls.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): this project's names, not the system's
 extern "C" {
 
 NTSTATUS WINAPI BCryptCreateHash(BCRYPT_ALG_HANDLE algorithm, BCRYPT_HASH_HANDLE* hash, PUCHAR object,
@@ -58,6 +59,7 @@ NTSTATUS WINAPI BCryptFinishHash(BCRYPT_HASH_HANDLE hash, PUCHAR digest, ULONG s
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace kvx::test {
 namespace {

@@ -84,8 +84,10 @@ DWORD WINAPI get_short_path(LPCWSTR path, LPWSTR buffer, DWORD size) {
 }
 
 // Notes the working folder and starts nothing.
-BOOL WINAPI create_process(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
-                           LPCWSTR folder, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+BOOL WINAPI create_process(LPCWSTR /*program*/, LPWSTR /*command_line*/, LPSECURITY_ATTRIBUTES /*of_process*/,
+                           LPSECURITY_ATTRIBUTES /*of_thread*/, BOOL /*inherit*/, DWORD /*flags*/,
+                           LPVOID /*environment*/, LPCWSTR folder, LPSTARTUPINFOW /*startup*/,
+                           LPPROCESS_INFORMATION /*started*/) {
   fake.started_in = folder == nullptr ? L"none" : folder;
   SetLastError(ERROR_ACCESS_DENIED);
   return FALSE;

@@ -41,7 +41,7 @@ BOOL WINAPI post_message(HWND window, UINT message, WPARAM wparam, LPARAM lparam
   return FALSE;
 }
 
-int WINAPI message_box(HWND owner, LPCWSTR, LPCWSTR, UINT style) {
+int WINAPI message_box(HWND owner, LPCWSTR /*text*/, LPCWSTR /*caption*/, UINT style) {
   fake.boxes.push_back({owner, style});
   return IDOK;
 }
