@@ -1,7 +1,13 @@
 # kvx_late_library(NAME DLL DEF): the library NAME, for whoever calls functions of the system library DLL. A program with
 # the property KVX_LATE_LIBRARIES imports nothing by the library's name: it is loaded at the first call of a function that
-# the file DEF lists. Every other program imports DLL as usual.
+# the file DEF lists. Every other program imports DLL as usual, and so does everything that clang builds, which is for
+# checks alone: its linker puts such a library where the loader cannot write.
 function(kvx_late_library name dll def)
+  add_library(${name} INTERFACE)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_link_libraries(${name} INTERFACE ${dll})
+    return()
+  endif()
   set(def "${CMAKE_CURRENT_SOURCE_DIR}/${def}")
   set(folder "${CMAKE_CURRENT_BINARY_DIR}/late")
   set(archive "lib${dll}_late.a")
@@ -11,7 +17,6 @@ function(kvx_late_library name dll def)
                      COMMAND ${CMAKE_DLLTOOL} --input-def "${def}" --output-delaylib "${archive}"
                      DEPENDS "${def}" WORKING_DIRECTORY "${folder}" VERBATIM)
   add_custom_target(${name}_archive DEPENDS "${folder}/${archive}")
-  add_library(${name} INTERFACE)
   add_dependencies(${name} ${name}_archive)
   target_link_libraries(${name} INTERFACE
                         "$<IF:$<BOOL:$<TARGET_PROPERTY:KVX_LATE_LIBRARIES>>,${folder}/${archive},${dll}>")
