@@ -66,10 +66,11 @@ int run(const std::string& what, const std::wstring& folder, const std::wstring&
 int check(const std::wstring& folder) {
   std::string document;
   std::string error;
-  kvx::JsonValue root;
+  kvx::JsonDocument json;
   kvx::Manifest manifest;
   if (!kvx::read_file(folder + L"\\.kvx_patch\\installed_manifest.json", kvx::largest_manifest_bytes, document) ||
-      !kvx::parse_json(document, root, error) || !kvx::read_manifest(root, L"KVXLauncher.exe", manifest, error)) {
+      !kvx::parse_json(document, json, error) ||
+      !kvx::read_manifest(json.root(), L"KVXLauncher.exe", manifest, error)) {
     return fail("no installed manifest: " + error);
   }
   kvx::HashCache cache;

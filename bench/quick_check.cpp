@@ -69,9 +69,7 @@ std::wstring folder_of(const std::wstring& root, size_t index) {
 
 kvx::ManifestFile file_entry(size_t index) {
   kvx::ManifestFile file;
-  file.native_path = folder_of(L"", index).substr(1) + L"\\file" + std::to_wstring(index) + L".pak";
-  file.path = kvx::to_utf8(file.native_path);
-  file.sha256 = std::string(64, 'a');
+  file.path = kvx::to_utf8(folder_of(L"", index).substr(1) + L"/file" + std::to_wstring(index) + L".pak");
   return file;
 }
 
@@ -79,13 +77,13 @@ kvx::ManifestFile file_entry(size_t index) {
 bool make_installation(const std::wstring& root, kvx::Manifest& manifest, kvx::HashCache& cache) {
   for (size_t i = 0; i < installed_files; ++i) {
     const kvx::ManifestFile file = file_entry(i);
-    const std::wstring path = root + L'\\' + file.native_path;
+    const std::wstring path = root + L'\\' + file.native_path();
     kvx::FileStamp stamp;
     if (!kvx::create_folders(folder_of(root, i)) || !kvx::write_file_atomic(path, "") ||
         !kvx::file_stamp(path, stamp)) {
       return false;
     }
-    cache.put(kvx::to_utf8(file.native_path), stamp.size, stamp.last_write_time, file.sha256);
+    cache.put(kvx::to_utf8(file.native_path()), stamp.size, stamp.last_write_time, std::string(file.sha256));
     manifest.files.push_back(file);
   }
   return true;
@@ -94,7 +92,7 @@ bool make_installation(const std::wstring& root, kvx::Manifest& manifest, kvx::H
 void remove_installation(const std::wstring& root) {
   uint32_t error = 0;
   for (size_t i = 0; i < installed_files; ++i) {
-    static_cast<void>(kvx::delete_file_once(root + L'\\' + file_entry(i).native_path, error));
+    static_cast<void>(kvx::delete_file_once(root + L'\\' + file_entry(i).native_path(), error));
   }
   for (size_t i = 0; i < installed_files; i += files_in_a_folder) RemoveDirectoryW(folder_of(root, i).c_str());
   RemoveDirectoryW(root.c_str());
@@ -106,7 +104,7 @@ int compare_check_with_attribute_queries(const std::wstring& root) {
   if (!make_installation(root, manifest, cache)) return fail("cannot make the files");
   std::vector<std::wstring> paths;
   for (const kvx::ManifestFile& file : manifest.files) {
-    paths.push_back(kvx::long_path(root + L'\\' + file.native_path));
+    paths.push_back(kvx::long_path(root + L'\\' + file.native_path()));
   }
   size_t found = 0;
   const double queries = best_seconds([&] {
@@ -146,11 +144,11 @@ std::string manifest_of(size_t files) {
 
 double seconds_to_read(const std::string& document, bool& valid) {
   return best_seconds([&] {
-    kvx::JsonValue root;
+    kvx::JsonDocument json;
     kvx::Manifest manifest;
     std::string error;
-    valid = kvx::parse_json(document, root, error) && kvx::read_manifest(root, L"KVXLauncher.exe", manifest, error) &&
-            valid;
+    valid = kvx::parse_json(document, json, error) &&
+            kvx::read_manifest(json.root(), L"KVXLauncher.exe", manifest, error) && valid;
   });
 }
 

@@ -64,7 +64,7 @@ class Install {
   }
 
   bool place_file(const ManifestFile& file, bool is_last_use) {
-    const std::wstring target = destination(file.native_path);
+    const std::wstring target = destination(file.native_path());
     uint32_t error = 0;
     while (!try_to_place(file, target, is_last_use, error)) {
       if (!ask_to_retry(replacing, file.path, error)) {
@@ -73,7 +73,7 @@ class Install {
     }
     FileStamp stamp;
     if (file_stamp(target, stamp)) {
-      context_.cache.put(to_utf8(file.native_path), stamp.size, stamp.last_write_time, file.sha256);
+      context_.cache.put(to_utf8(file.native_path()), stamp.size, stamp.last_write_time, std::string(file.sha256));
     }
     ++context_.ui.progress_done;
     return true;
@@ -82,7 +82,7 @@ class Install {
   // The last file with this content takes the blob itself; earlier ones get a copy, made beside them.
   bool try_to_place(const ManifestFile& file, const std::wstring& target, bool is_last_use, uint32_t& error) const {
     if (!create_folders(parent_path(target), error)) return false;
-    const std::wstring blob = context_.store.blob_path(file.sha256);
+    const std::wstring blob = context_.store.blob_path(std::string(file.sha256));
     if (is_last_use) return move_file(blob, target, error);
     const std::wstring copy = target + L".copy";
     clear_read_only(copy);  // one left behind may be a copy of a read-only file
@@ -91,9 +91,9 @@ class Install {
 
   bool remove_files() {
     for (const ManifestRemoval& removal : manifest_.remove) {
-      const std::wstring target = destination(removal.native_path);
+      const std::wstring target = destination(removal.native_path());
       if (is_file(target) && !remove_file(removal, target)) return false;
-      context_.cache.drop(to_utf8(removal.native_path));
+      context_.cache.drop(to_utf8(removal.native_path()));
       ++context_.ui.progress_done;
     }
     return true;

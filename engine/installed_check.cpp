@@ -56,7 +56,7 @@ class InstalledCheck {
   // Valid until the next call.
   [[nodiscard]] const std::wstring& full_path(const ManifestFile& file) {
     path_.resize(folder_chars_);
-    return path_ += file.native_path;
+    return path_ += file.native_path();
   }
 
   // The path in native form as the cache knows it. Valid until the next call.

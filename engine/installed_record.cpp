@@ -65,9 +65,9 @@ bool load_installed_manifest(const std::wstring& staging_dir, std::wstring_view 
     return false;
   }
   std::string key_name;
-  JsonValue root;
+  JsonDocument document;
   return verify_manifest(manifest_bytes, signature_bytes, keys, key_name, error) &&
-         parse_json(manifest_bytes, root, error) && read_manifest(root, own_name, out, error);
+         parse_json(manifest_bytes, document, error) && read_manifest(document.root(), own_name, out, error);
 }
 
 }  // namespace kvx

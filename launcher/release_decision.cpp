@@ -20,10 +20,10 @@ bool refuse(std::wstring text, std::wstring& refusal) {
   return false;
 }
 
-bool read_document(const std::string& text, JsonValue& root, std::wstring& refusal) {
+bool read_document(const std::string& text, JsonDocument& document, std::wstring& refusal) {
   std::string reason;
-  if (parse_json(text, root, reason)) {
-    if (root.object() != nullptr) return true;
+  if (parse_json(text, document, reason)) {
+    if (document.root().is_object()) return true;
     reason = "manifest is not a JSON object";
   }
   return refuse(L"The update information from the server could not be read (" + to_wide(reason) + L").", refusal);
@@ -39,11 +39,11 @@ bool read_identity(const JsonValue& root, Identity& identity, std::wstring& refu
   const JsonValue* product = root.find_member("product");
   const JsonValue* channel = root.find_member("channel");
   const JsonValue* serial = root.find_member("serial");
-  const bool is_ours = product != nullptr && product->string() != nullptr && *product->string() == "KVX" &&
-                       channel != nullptr && channel->string() != nullptr &&  //
-                       serial != nullptr && serial->integer() != nullptr;
+  const bool is_ours = product != nullptr && product->string() == "KVX" &&     //
+                       channel != nullptr && channel->string().has_value() &&  //
+                       serial != nullptr && serial->integer().has_value();
   if (!is_ours) return refuse(L"The update information from the server is not for KVX.", refusal);
-  identity = {*channel->string(), *serial->integer()};
+  identity = {std::string(*channel->string()), *serial->integer()};
   return true;
 }
 
@@ -84,25 +84,25 @@ void log_work(const Manifest& manifest, const WorkList& work) {
 }  // namespace
 
 RunOutcome Updater::decide(Release& release) {
-  JsonValue root;
+  JsonDocument document;
   Identity identity;
   LauncherEntry launcher;
   std::wstring refusal;
-  if (!read_document(release.manifest_bytes, root, refusal) ||  //
-      !read_identity(root, identity, refusal) ||                //
-      !is_for_channel(identity, channel_, refusal) ||           //
-      !is_not_older(identity.serial, refusal) ||                //
-      !read_launcher(root, launcher, refusal)) {
+  if (!read_document(release.manifest_bytes, document, refusal) ||  //
+      !read_identity(document.root(), identity, refusal) ||         //
+      !is_for_channel(identity, channel_, refusal) ||               //
+      !is_not_older(identity.serial, refusal) ||                    //
+      !read_launcher(document.root(), launcher, refusal)) {
     return start_offline(RunOutcome::unusable_manifest, refusal);
   }
   if (launcher.present) {
     const RunOutcome outcome = update_launcher(launcher);
     if (outcome != RunOutcome::success) return outcome;
   }
-  if (!read_whole_manifest(root, layout_.self_name, release.manifest, refusal)) {
+  if (!read_whole_manifest(document.root(), layout_.self_name, release.manifest, refusal)) {
     return start_offline(RunOutcome::unusable_manifest, refusal);
   }
-  root = JsonValue();  // a large manifest need not stay twice
+  document = JsonDocument();  // a large manifest need not stay twice
   log_manifest(release.manifest);
   return bring_up_to(release);
 }

@@ -10,7 +10,7 @@ namespace kvx {
 
 size_t count_removable(const Manifest& manifest, const std::wstring& install_dir, const StopSignal& stop) {
   const auto count = std::count_if(manifest.remove.begin(), manifest.remove.end(), [&](const ManifestRemoval& removal) {
-    return !stop.requested() && is_file(install_dir + L'\\' + removal.native_path);
+    return !stop.requested() && is_file(install_dir + L'\\' + removal.native_path());
   });
   return static_cast<size_t>(count);
 }

@@ -1,9 +1,12 @@
 #include "manifest/json.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
-#include <unordered_set>
 #include <utility>
+
+#include "manifest/json_keys.h"
 
 namespace kvx {
 namespace {
@@ -45,51 +48,19 @@ void append_utf8(uint32_t code_point, std::string& out) {
   }
 }
 
-// Tells whether an object already has a key. The objects of a manifest are small and scanned; a large one gets an
-// index, so that reading takes time proportional to the text whatever it holds.
-class KeyIndex {
- public:
-  explicit KeyIndex(const JsonValue::Object& members)
-      : members_(members), positions_(0, Hash{&members}, Equal{&members}) {}
+// A byte that ends a run which a string takes as it is.
+bool is_special(char c) { return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20; }
 
-  // Whether the last member's key occurs earlier.
-  bool last_is_duplicate() {
-    if (members_.size() <= largest_scanned) return last_found_by_scan();
-    while (indexed_ + 1 < members_.size()) positions_.insert(indexed_++);
-    return positions_.contains(members_.size() - 1);
-  }
-
- private:
-  static constexpr size_t largest_scanned = 16;
-
-  struct Hash {
-    const JsonValue::Object* members;
-    size_t operator()(size_t position) const { return std::hash<std::string>()((*members)[position].key); }
-  };
-  struct Equal {
-    const JsonValue::Object* members;
-    bool operator()(size_t a, size_t b) const { return (*members)[a].key == (*members)[b].key; }
-  };
-
-  bool last_found_by_scan() const {
-    for (size_t i = 0; i + 1 < members_.size(); ++i) {
-      if (members_[i].key == members_.back().key) return true;
-    }
-    return false;
-  }
-
-  const JsonValue::Object& members_;
-  size_t indexed_ = 0;
-  std::unordered_set<size_t, Hash, Equal> positions_;
-};
+const char* end_of_plain_bytes(const char* from, const char* end) { return std::find_if(from, end, is_special); }
 
 class JsonReader {
  public:
-  JsonReader(std::string_view text, std::string& error) : text_(text), error_(error) {}
+  JsonReader(std::string_view text, JsonStore& store, std::string& error)
+      : begin_(text.data()), end_(begin_ + text.size()), store_(store), error_(error) {}
 
-  bool read_document(JsonValue& out) {
-    if (text_.starts_with(byte_order_mark)) position_ = byte_order_mark.size();
-    if (!read_value(0, out)) return false;
+  bool read_document() {
+    static_cast<void>(consume(byte_order_mark));
+    if (!read_value(0)) return false;
     skip_space();
     if (at_end()) return true;
     error_ = "trailing data after JSON value";
@@ -97,147 +68,166 @@ class JsonReader {
   }
 
  private:
-  [[nodiscard]] bool at_end() const { return position_ == text_.size(); }
-  [[nodiscard]] char here() const { return text_[position_]; }
-  [[nodiscard]] bool here_is(char c) const { return !at_end() && here() == c; }
-  [[nodiscard]] bool digit_here() const { return !at_end() && is_digit(here()); }
-  [[nodiscard]] size_t remaining() const { return text_.size() - position_; }
+  [[nodiscard]] bool at_end() const { return here_ == end_; }
+  [[nodiscard]] bool here_is(char c) const { return !at_end() && *here_ == c; }
+  [[nodiscard]] bool digit_here() const { return !at_end() && is_digit(*here_); }
+  [[nodiscard]] size_t remaining() const { return static_cast<size_t>(end_ - here_); }
 
   void skip_space() {
-    while (!at_end() && is_space(here())) ++position_;
+    while (!at_end() && is_space(*here_)) ++here_;
   }
 
   bool consume(char c) {
     if (!here_is(c)) return false;
-    ++position_;
+    ++here_;
     return true;
   }
 
   bool consume(std::string_view word) {
-    if (!text_.substr(position_).starts_with(word)) return false;
-    position_ += word.size();
+    if (!std::string_view(here_, remaining()).starts_with(word)) return false;
+    here_ += word.size();
     return true;
   }
 
   // Each failure ends the whole reading, so the first is the only one.
   bool fail(const char* message) {
-    error_ = std::string(message) + " at offset " + std::to_string(position_);
+    error_ = std::string(message) + " at offset " + std::to_string(here_ - begin_);
     return false;
   }
 
-  bool read_value(int depth, JsonValue& out) {
+  bool read_value(int depth) {
     if (depth > deepest_value) return fail("nesting too deep");
     skip_space();
     if (at_end()) return fail("unexpected end");
-    switch (here()) {
-      case '{': return read_object(depth, out);
-      case '[': return read_array(depth, out);
-      case '"': return read_string_value(out);
-      case 't': return read_literal("true", JsonValue(true), out);
-      case 'f': return read_literal("false", JsonValue(false), out);
-      case 'n': return read_literal("null", JsonValue(), out);
+    switch (*here_) {
+      case '{': return read_object(depth);
+      case '[': return read_array(depth);
+      case '"': return read_string_value();
+      case 't': return read_boolean("true", true);
+      case 'f': return read_boolean("false", false);
+      case 'n': return read_null();
       default: break;
     }
-    if (here() == '-' || is_digit(here())) return read_number(out);
+    if (*here_ == '-' || is_digit(*here_)) return read_number();
     return fail("unexpected character");
   }
 
-  bool read_literal(std::string_view word, JsonValue value, JsonValue& out) {
+  bool read_boolean(std::string_view word, bool value) {
     if (!consume(word)) return fail("bad literal");
-    out = std::move(value);
+    store_.add_boolean(value);
     return true;
   }
 
-  bool read_object(int depth, JsonValue& out) {
-    ++position_;
+  bool read_null() {
+    if (!consume("null")) return fail("bad literal");
+    store_.add_null();
+    return true;
+  }
+
+  bool read_object(int depth) {
+    ++here_;
     skip_space();
-    JsonValue::Object members;
-    if (!consume('}') && !read_members(depth, members)) return false;
-    members.shrink_to_fit();
-    out = JsonValue(std::move(members));
+    JsonValue& object = store_.begin_container();
+    JsonKeys keys;
+    if (!consume('}') && !read_members(depth, keys)) return false;
+    store_.end_container(object, JsonValue::Kind::object, keys.count());
     return true;
   }
 
-  bool read_members(int depth, JsonValue::Object& members) {
-    KeyIndex keys(members);
+  bool read_members(int depth, JsonKeys& keys) {
     for (;;) {
       skip_space();
-      JsonMember& member = members.emplace_back();
-      if (!read_string(member.key)) return false;
-      if (keys.last_is_duplicate()) return fail("duplicate key");
+      std::string_view key;
+      if (!read_string(key)) return false;
+      if (!keys.add(store_.add_string(key))) return fail("duplicate key");
       skip_space();
       if (!consume(':')) return fail("expected ':'");
-      if (!read_value(depth + 1, member.value)) return false;
+      if (!read_value(depth + 1)) return false;
       skip_space();
       if (consume('}')) return true;
       if (!consume(',')) return fail("expected ',' or '}'");
     }
   }
 
-  bool read_array(int depth, JsonValue& out) {
-    ++position_;
+  bool read_array(int depth) {
+    ++here_;
     skip_space();
-    JsonValue::Array elements;
+    JsonValue& array = store_.begin_container();
+    size_t elements = 0;
     if (!consume(']') && !read_elements(depth, elements)) return false;
-    elements.shrink_to_fit();
-    out = JsonValue(std::move(elements));
+    store_.end_container(array, JsonValue::Kind::array, elements);
     return true;
   }
 
-  bool read_elements(int depth, JsonValue::Array& elements) {
+  bool read_elements(int depth, size_t& count) {
     for (;;) {
-      if (!read_value(depth + 1, elements.emplace_back())) return false;
+      if (!read_value(depth + 1)) return false;
+      ++count;
       skip_space();
       if (consume(']')) return true;
       if (!consume(',')) return fail("expected ',' or ']'");
     }
   }
 
-  bool read_string_value(JsonValue& out) {
-    std::string text;
+  bool read_string_value() {
+    std::string_view text;
     if (!read_string(text)) return false;
-    out = JsonValue(std::move(text));
+    store_.add_string(text);
     return true;
   }
 
-  bool read_string(std::string& out) {
+  // `out` refers to the text where that can be taken as it is, otherwise to the decoded bytes in the store.
+  bool read_string(std::string_view& out) {
     if (!consume('"')) return fail("expected string");
-    while (!at_end()) {
-      const char c = text_[position_++];
-      if (c == '"') return true;
-      if (static_cast<unsigned char>(c) < 0x20) return fail("control character in string");
-      if (c != '\\') {
-        out += c;
-      } else if (!read_escape(out)) {
-        return false;
-      }
-    }
-    return fail("unterminated string");
+    out = take_plain_bytes();
+    if (consume('"')) return true;
+    decoded_ = out;
+    if (!read_rest_of_string()) return false;
+    out = store_.keep(decoded_);
+    return true;
   }
 
-  bool read_escape(std::string& out) {
+  bool read_rest_of_string() {
+    for (;;) {
+      if (at_end()) return fail("unterminated string");
+      const char c = *here_++;
+      if (c == '"') return true;
+      if (c != '\\') return fail("control character in string");
+      if (!read_escape()) return false;
+      decoded_ += take_plain_bytes();
+    }
+  }
+
+  // The bytes before the next quote, backslash, control character or the end.
+  std::string_view take_plain_bytes() {
+    const char* const start = here_;
+    here_ = end_of_plain_bytes(here_, end_);
+    return {start, static_cast<size_t>(here_ - start)};
+  }
+
+  bool read_escape() {
     if (at_end()) return fail("unterminated escape");
-    switch (text_[position_++]) {
-      case '"': out += '"'; return true;
-      case '\\': out += '\\'; return true;
-      case '/': out += '/'; return true;
-      case 'b': out += '\b'; return true;
-      case 'f': out += '\f'; return true;
-      case 'n': out += '\n'; return true;
-      case 'r': out += '\r'; return true;
-      case 't': out += '\t'; return true;
-      case 'u': return read_unicode_escape(out);
+    switch (*here_++) {
+      case '"': decoded_ += '"'; return true;
+      case '\\': decoded_ += '\\'; return true;
+      case '/': decoded_ += '/'; return true;
+      case 'b': decoded_ += '\b'; return true;
+      case 'f': decoded_ += '\f'; return true;
+      case 'n': decoded_ += '\n'; return true;
+      case 'r': decoded_ += '\r'; return true;
+      case 't': decoded_ += '\t'; return true;
+      case 'u': return read_unicode_escape();
       default: return fail("bad escape");
     }
   }
 
-  bool read_unicode_escape(std::string& out) {
+  bool read_unicode_escape() {
     uint32_t code_point = 0;
     if (!read_code_unit(code_point)) return false;
     if (is_low_surrogate(code_point)) return fail("lone surrogate");
     if (is_high_surrogate(code_point) && !read_second_of_pair(code_point)) return false;
     if (code_point == 0) return fail("NUL in string");
-    append_utf8(code_point, out);
+    append_utf8(code_point, decoded_);
     return true;
   }
 
@@ -246,7 +236,7 @@ class JsonReader {
     if (remaining() < digits) return fail("truncated \\u escape");
     unit = 0;
     for (size_t i = 0; i < digits; ++i) {
-      const int value = hex_digit_value(text_[position_++]);
+      const int value = hex_digit_value(*here_++);
       if (value < 0) return fail("bad \\u escape");
       unit = unit * 16 + static_cast<uint32_t>(value);
     }
@@ -264,12 +254,12 @@ class JsonReader {
     return true;
   }
 
-  bool read_number(JsonValue& out) {
-    const size_t start = position_;
+  bool read_number() {
+    const char* const start = here_;
     const bool negative = consume('-');
-    const size_t first_digit = position_;
+    const char* const first_digit = here_;
     if (!consume('0') && !skip_digits()) return fail("bad number");
-    const std::string_view digits = text_.substr(first_digit, position_ - first_digit);
+    const char* const end_of_digits = here_;
 
     bool is_integer = true;
     if (consume('.')) {
@@ -281,52 +271,45 @@ class JsonReader {
       if (!consume('+')) consume('-');
       if (!skip_digits()) return fail("bad number");
     }
-    if (is_integer) return convert_integer(digits, negative, out);
-    const std::string token(text_.substr(start, position_ - start));
-    out = JsonValue(std::strtod(token.c_str(), nullptr));
+    if (is_integer) return add_integer(first_digit, end_of_digits, negative);
+    store_.add_number(std::strtod(std::string(start, here_).c_str(), nullptr));
     return true;
   }
 
   // False when there is not one.
   bool skip_digits() {
     if (!digit_here()) return false;
-    while (digit_here()) ++position_;
+    while (digit_here()) ++here_;
     return true;
   }
 
-  bool convert_integer(std::string_view digits, bool negative, JsonValue& out) {
-    constexpr uint64_t largest = std::numeric_limits<uint64_t>::max();
-    uint64_t magnitude = 0;
-    for (const char c : digits) {
-      const auto digit = static_cast<uint64_t>(c - '0');
-      if (magnitude > (largest - digit) / 10) return fail("integer overflow");
-      magnitude = magnitude * 10 + digit;
-    }
+  bool add_integer(const char* digits, const char* end_of_digits, bool negative) {
     constexpr auto largest_positive = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-    if (magnitude > largest_positive + (negative ? 1 : 0)) return fail("integer overflow");
-    out = JsonValue(static_cast<int64_t>(negative ? 0 - magnitude : magnitude));
+    uint64_t magnitude = 0;
+    if (std::from_chars(digits, end_of_digits, magnitude).ec != std::errc() ||
+        magnitude > largest_positive + (negative ? 1 : 0)) {
+      return fail("integer overflow");
+    }
+    store_.add_integer(static_cast<int64_t>(negative ? 0 - magnitude : magnitude));
     return true;
   }
 
-  std::string_view text_;
+  const char* const begin_;
+  const char* const end_;
+  const char* here_ = begin_;
+  JsonStore& store_;
   std::string& error_;
-  size_t position_ = 0;
+  std::string decoded_;  // the string that is being decoded
 };
 
 }  // namespace
 
-const JsonValue* JsonValue::find_member(std::string_view key) const {
-  const Object* members = object();
-  if (members == nullptr) return nullptr;
-  for (const JsonMember& member : *members) {
-    if (member.key == key) return &member.value;
-  }
-  return nullptr;
-}
-
-bool parse_json(std::string_view text, JsonValue& out, std::string& error) {
-  out = JsonValue();
-  return JsonReader(text, error).read_document(out);
+bool parse_json(std::string_view text, JsonDocument& out, std::string& error) {
+  out = JsonDocument();
+  JsonStore store;
+  if (!JsonReader(text, store, error).read_document()) return false;
+  out.store_ = std::move(store);
+  return true;
 }
 
 }  // namespace kvx

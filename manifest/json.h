@@ -5,54 +5,28 @@
 // The reader is a pure function and may be called from any thread. It throws for exhausted memory only.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
-#include <variant>
-#include <vector>
+
+#include "manifest/json_store.h"
+#include "manifest/json_value.h"
 
 namespace kvx {
 
-struct JsonMember;
-
-// One value with everything below it. A new value is null.
-class JsonValue {
+// A document refers to the text it was read from, which must outlive it unchanged. A new one is null.
+class JsonDocument {
  public:
-  enum class Kind : uint8_t { null, boolean, integer, number, string, array, object };
-  using Array = std::vector<JsonValue>;
-  using Object = std::vector<JsonMember>;  // in document order, keys unique
-
-  JsonValue() = default;
-  template <typename Alternative>
-  explicit JsonValue(Alternative value) : value_(std::move(value)) {}
-
-  [[nodiscard]] Kind kind() const { return static_cast<Kind>(value_.index()); }
-
-  // Each is null when the value is of another kind.
-  [[nodiscard]] const bool* boolean() const { return std::get_if<bool>(&value_); }
-  [[nodiscard]] const int64_t* integer() const { return std::get_if<int64_t>(&value_); }
-  [[nodiscard]] const double* number() const { return std::get_if<double>(&value_); }
-  [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&value_); }
-  [[nodiscard]] const Array* array() const { return std::get_if<Array>(&value_); }
-  [[nodiscard]] const Object* object() const { return std::get_if<Object>(&value_); }
-
-  // The member of that name, compared byte for byte; null when there is none or this is no object.
-  [[nodiscard]] const JsonValue* find_member(std::string_view key) const;
+  // Stays in place when the document is moved.
+  [[nodiscard]] const JsonValue& root() const { return store_.first(); }
 
  private:
-  std::variant<std::monostate, bool, int64_t, double, std::string, Array, Object> value_;
+  friend bool parse_json(std::string_view text, JsonDocument& out, std::string& error);
+
+  JsonStore store_;
 };
 
-// A manifest of half a million files holds millions of these.
-static_assert(sizeof(JsonValue) <= 40);
-
-struct JsonMember {
-  std::string key;
-  JsonValue value;
-};
-
-// On success `out` is the document. On failure returns false, `error` says what is wrong and at which byte (counted
-// from 0, a byte-order mark included), and `out` must not be used.
-[[nodiscard]] bool parse_json(std::string_view text, JsonValue& out, std::string& error);
+// On success `out` is the document. On failure returns false, `out` is null, and `error` says what is wrong and at
+// which byte (counted from 0, a byte-order mark included).
+[[nodiscard]] bool parse_json(std::string_view text, JsonDocument& out, std::string& error);
 
 }  // namespace kvx

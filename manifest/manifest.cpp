@@ -6,7 +6,6 @@
 
 #include "foundations/text.h"
 #include "foundations/version_number.h"
-#include "manifest/managed_path.h"
 #include "manifest/manifest_fields.h"
 
 namespace kvx {
@@ -23,7 +22,7 @@ bool fail(std::string text, std::string& error) {
   return false;
 }
 
-std::string quoted(const std::string& path) { return "\"" + path + "\""; }
+std::string quoted(std::string_view path) { return "\"" + std::string(path) + "\""; }
 
 // Reads one document into one manifest; each function is one group of its members.
 class ManifestReader {
@@ -39,9 +38,9 @@ class ManifestReader {
 
  private:
   bool read_format() {
-    if (root_.object() == nullptr) return fail("manifest is not a JSON object", error_);
+    if (!root_.is_object()) return fail("manifest is not a JSON object", error_);
     const JsonValue* format = root_.find_member("format");
-    if (format == nullptr || format->integer() == nullptr) return fail("missing \"format\"", error_);
+    if (format == nullptr || !format->integer()) return fail("missing \"format\"", error_);
     out_.format = *format->integer();
     if (out_.format == supported_format) return true;
     return fail("manifest format " + std::to_string(out_.format) + " is not supported by this launcher", error_);
@@ -74,27 +73,23 @@ class ManifestReader {
   bool read_args() {
     const JsonValue* args = find_present(root_, "args");
     if (args == nullptr) return true;
-    if (args->array() == nullptr) return fail("\"args\" must be an array", error_);
-    for (const JsonValue& element : *args->array()) {
-      const std::string* text = element.string();
-      if (text == nullptr || text->size() > longest_argument_bytes) {
-        return fail("\"args\" entries must be strings", error_);
-      }
-      out_.args.push_back(*text);
+    if (!args->is_array()) return fail("\"args\" must be an array", error_);
+    for (const JsonValue& element : args->elements()) {
+      const std::optional<std::string_view> text = element.string();
+      if (!text || text->size() > longest_argument_bytes) return fail("\"args\" entries must be strings", error_);
+      out_.args.emplace_back(*text);
     }
     return true;
   }
 
   bool read_files() {
     const JsonValue* files = root_.find_member("files");
-    if (files == nullptr || files->array() == nullptr || files->array()->empty()) {
-      return fail("missing \"files\"", error_);
-    }
-    const size_t count = files->array()->size();
+    if (files == nullptr || files->elements().empty()) return fail("missing \"files\"", error_);
+    const size_t count = files->elements().size();
     out_.files.reserve(count);
     file_identities_.reserve(count);
     uint64_t sum = 0;
-    for (const JsonValue& element : *files->array()) {
+    for (const JsonValue& element : files->elements()) {
       if (!read_file_entry(element)) return false;
       sum += out_.files.back().size;
     }
@@ -103,58 +98,58 @@ class ManifestReader {
   }
 
   bool read_file_entry(const JsonValue& element) {
-    if (element.object() == nullptr) return fail("\"files\" entries must be objects", error_);
-    ManifestFile file;
-    if (!read_string_field(element, "path", Presence::required, file.path, error_) ||
-        !read_unsigned_field(element, "size", Presence::required, file.size, error_) ||
-        !read_string_field(element, "sha256", Presence::required, file.sha256, error_)) {
+    if (!element.is_object()) return fail("\"files\" entries must be objects", error_);
+    std::string_view path;
+    uint64_t size = 0;
+    std::string_view sha256;
+    if (!read_string_field(element, "path", Presence::required, path, error_) ||
+        !read_unsigned_field(element, "size", Presence::required, size, error_) ||
+        !read_string_field(element, "sha256", Presence::required, sha256, error_)) {
       return false;
     }
     std::string reason;
-    if (!is_managed_path(file.path, own_name_, reason)) {
-      return fail("rejected path " + quoted(file.path) + ": " + reason, error_);
+    if (!is_managed_path(path, own_name_, reason)) {
+      return fail("rejected path " + quoted(path) + ": " + reason, error_);
     }
-    if (!is_sha256_hex(file.sha256)) return fail("invalid sha256 for " + quoted(file.path), error_);
-    file.native_path = native_path(file.path);
-    if (!file_identities_.insert(path_identity(file.native_path)).second) {
-      return fail("duplicate path " + quoted(file.path), error_);
+    if (!is_sha256_hex(sha256)) return fail("invalid sha256 for " + quoted(path), error_);
+    if (!file_identities_.insert(path_identity(native_path(path))).second) {
+      return fail("duplicate path " + quoted(path), error_);
     }
-    out_.files.push_back(std::move(file));
+    out_.files.push_back({std::string(path), size, Sha256Text(sha256)});
     return true;
   }
 
   bool read_removals() {
     const JsonValue* removals = find_present(root_, "remove");
     if (removals == nullptr) return true;
-    if (removals->array() == nullptr) return fail("\"remove\" must be an array", error_);
-    for (const JsonValue& element : *removals->array()) {
+    if (!removals->is_array()) return fail("\"remove\" must be an array", error_);
+    for (const JsonValue& element : removals->elements()) {
       if (!read_removal(element)) return false;
     }
     return true;
   }
 
   bool read_removal(const JsonValue& element) {
-    if (element.string() == nullptr) return fail("\"remove\" entries must be strings", error_);
-    const std::string& path = *element.string();
+    const std::optional<std::string_view> path = element.string();
+    if (!path) return fail("\"remove\" entries must be strings", error_);
     std::string reason;
-    if (!is_managed_path(path, own_name_, reason)) {
-      return fail("rejected remove path " + quoted(path) + ": " + reason, error_);
+    if (!is_managed_path(*path, own_name_, reason)) {
+      return fail("rejected remove path " + quoted(*path) + ": " + reason, error_);
     }
-    std::wstring native = native_path(path);
-    if (is_listed_file(native)) return fail("path " + quoted(path) + " is listed in both files and remove", error_);
-    out_.remove.push_back({path, std::move(native)});
+    if (is_listed_file(*path)) return fail("path " + quoted(*path) + " is listed in both files and remove", error_);
+    out_.remove.push_back({std::string(*path)});
     return true;
   }
 
   bool check_exe() {
     std::string reason;
     if (!is_managed_path(out_.exe, own_name_, reason)) return fail("rejected exe path: " + reason, error_);
-    if (is_listed_file(native_path(out_.exe))) return true;
+    if (is_listed_file(out_.exe)) return true;
     return fail("the start program is not part of the manifest", error_);
   }
 
-  [[nodiscard]] bool is_listed_file(std::wstring_view native) const {
-    return file_identities_.contains(path_identity(native));
+  [[nodiscard]] bool is_listed_file(std::string_view path) const {
+    return file_identities_.contains(path_identity(native_path(path)));
   }
 
   const JsonValue& root_;
@@ -186,7 +181,7 @@ bool read_launcher_entry(const JsonValue& root, LauncherEntry& out, std::string&
   out = LauncherEntry();
   const JsonValue* launcher = find_present(root, "launcher");
   if (launcher == nullptr) return true;
-  if (launcher->object() == nullptr) return fail("\"launcher\" must be an object", error);
+  if (!launcher->is_object()) return fail("\"launcher\" must be an object", error);
   if (!read_string_field(*launcher, "version", Presence::required, out.version, error) ||
       !read_string_field(*launcher, "sha256", Presence::required, out.sha256, error) ||
       !read_unsigned_field(*launcher, "size", Presence::required, out.size, error)) {

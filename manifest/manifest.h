@@ -10,20 +10,25 @@
 #include <string_view>
 #include <vector>
 
-#include "manifest/json.h"
+#include "manifest/json_value.h"
+#include "manifest/managed_path.h"
+#include "manifest/sha256_text.h"
 
 namespace kvx {
 
 struct ManifestFile {
-  std::string path;          // as written, with "/"
-  std::wstring native_path;  // with backslashes, relative to the install folder
-  uint64_t size = 0;         // bytes
-  std::string sha256;        // 64 lower-case hexadecimal characters
+  std::string path;   // as written, with "/"
+  uint64_t size = 0;  // bytes
+  Sha256Text sha256;
+
+  // With backslashes, relative to the install folder. Made at each call: there may be half a million files.
+  [[nodiscard]] std::wstring native_path() const { return kvx::native_path(path); }
 };
 
 struct ManifestRemoval {
   std::string path;
-  std::wstring native_path;
+
+  [[nodiscard]] std::wstring native_path() const { return kvx::native_path(path); }
 };
 
 struct LauncherEntry {

@@ -19,15 +19,24 @@ const JsonValue* find_present(const JsonValue& object, const char* key) {
   return value == nullptr || value->kind() == JsonValue::Kind::null ? nullptr : value;
 }
 
-bool read_string_field(const JsonValue& object, const char* key, Presence presence, std::string& out,
+bool read_string_field(const JsonValue& object, const char* key, Presence presence, std::string_view& out,
                        std::string& error) {
   const JsonValue* value = find_present(object, key);
   if (value == nullptr) return absent(key, presence, error);
-  if (value->string() == nullptr) {
+  const std::optional<std::string_view> text = value->string();
+  if (!text) {
     error = quoted(key) + " must be a string";
     return false;
   }
-  out = *value->string();
+  out = *text;
+  return true;
+}
+
+bool read_string_field(const JsonValue& object, const char* key, Presence presence, std::string& out,
+                       std::string& error) {
+  std::string_view text = out;
+  if (!read_string_field(object, key, presence, text, error)) return false;
+  out = std::string(text);
   return true;
 }
 
@@ -35,11 +44,12 @@ bool read_unsigned_field(const JsonValue& object, const char* key, Presence pres
                          std::string& error) {
   const JsonValue* value = find_present(object, key);
   if (value == nullptr) return absent(key, presence, error);
-  if (value->integer() == nullptr || *value->integer() < 0) {
+  const std::optional<int64_t> number = value->integer();
+  if (!number || *number < 0) {
     error = quoted(key) + " must be a non-negative integer";
     return false;
   }
-  out = static_cast<uint64_t>(*value->integer());
+  out = static_cast<uint64_t>(*number);
   return true;
 }
 

@@ -146,7 +146,7 @@ TEST_F(InstalledRecord, IsReadBackWithEitherKeysSignature) {
     EXPECT_EQ(manifest_.version, "1.5");
     EXPECT_EQ(manifest_.serial, 9);
     ASSERT_EQ(manifest_.files.size(), 1U);
-    EXPECT_EQ(manifest_.files[0].native_path, L"bin\\game.exe");
+    EXPECT_EQ(manifest_.files[0].native_path(), L"bin\\game.exe");
   }
 }
 

@@ -63,9 +63,9 @@ class ReleaseDecision : public test::UpdaterFixture {
 };
 
 std::string json_error(const std::string& text) {
-  JsonValue root;
+  JsonDocument document;
   std::string error;
-  EXPECT_FALSE(parse_json(text, root, error));
+  EXPECT_FALSE(parse_json(text, document, error));
   return error;
 }
 

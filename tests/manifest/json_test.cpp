@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <limits>
 
+#include "tests/support/parsed_json.h"
+
 namespace kvx {
 namespace {
 
 using std::string_literals::operator""s;  // NOLINT(misc-unused-using-decls): clang-tidy does not see its use
+using test::ParsedJson;
 using testing::ElementsAre;
 using Kind = JsonValue::Kind;
 
@@ -17,44 +20,49 @@ std::string repeated(const std::string& text, int count) {
   return result;
 }
 
-JsonValue parsed(const std::string& text) {
-  JsonValue value;
-  std::string error;
-  EXPECT_TRUE(parse_json(text, value, error)) << text.substr(0, 200) << ": " << error;
-  return value;
+ParsedJson parsed(const std::string& text) { return ParsedJson(text); }
+
+std::vector<const JsonValue*> elements_of(const JsonValue& array) {
+  std::vector<const JsonValue*> elements;
+  for (const JsonValue& element : array.elements()) elements.push_back(&element);
+  return elements;
 }
 
 std::string error_of(const std::string& text) {
-  JsonValue value;
+  JsonDocument document;
   std::string error;
-  EXPECT_FALSE(parse_json(text, value, error)) << text.substr(0, 200);
+  EXPECT_FALSE(parse_json(text, document, error)) << text.substr(0, 200);
+  EXPECT_EQ(document.root().kind(), Kind::null);
   return error;
 }
 
 TEST(Json, KeepsTheOrderOfKinds) {
   const std::vector<std::string> documents = {"null", "true", "1", "1.0", "\"\"", "[]", "{}"};
   for (size_t i = 0; i < documents.size(); ++i) {
-    EXPECT_EQ(static_cast<size_t>(parsed(documents[i]).kind()), i) << documents[i];
+    EXPECT_EQ(static_cast<size_t>(parsed(documents[i])->kind()), i) << documents[i];
   }
   EXPECT_EQ(JsonValue().kind(), Kind::null);
+  EXPECT_EQ(JsonDocument().root().kind(), Kind::null);
 }
 
 TEST(Json, GivesAValueOnlyOfItsOwnKind) {
   for (const char* document : {"null", "true", "1", "1.0", "\"a\"", "[1]", "{\"a\":1}"}) {
-    const JsonValue value = parsed(document);
-    EXPECT_EQ(value.boolean() != nullptr, value.kind() == Kind::boolean) << document;
-    EXPECT_EQ(value.integer() != nullptr, value.kind() == Kind::integer) << document;
-    EXPECT_EQ(value.number() != nullptr, value.kind() == Kind::number) << document;
-    EXPECT_EQ(value.string() != nullptr, value.kind() == Kind::string) << document;
-    EXPECT_EQ(value.array() != nullptr, value.kind() == Kind::array) << document;
-    EXPECT_EQ(value.object() != nullptr, value.kind() == Kind::object) << document;
-    EXPECT_EQ(value.find_member("a") != nullptr, value.kind() == Kind::object) << document;
+    const ParsedJson value = parsed(document);
+    EXPECT_EQ(value->boolean().has_value(), value->kind() == Kind::boolean) << document;
+    EXPECT_EQ(value->integer().has_value(), value->kind() == Kind::integer) << document;
+    EXPECT_EQ(value->number().has_value(), value->kind() == Kind::number) << document;
+    EXPECT_EQ(value->string().has_value(), value->kind() == Kind::string) << document;
+    EXPECT_EQ(value->is_array(), value->kind() == Kind::array) << document;
+    EXPECT_EQ(value->is_object(), value->kind() == Kind::object) << document;
+    EXPECT_EQ(value->elements().size(), value->kind() == Kind::array ? 1U : 0U) << document;
+    EXPECT_EQ(value->members().size(), value->kind() == Kind::object ? 1U : 0U) << document;
+    EXPECT_EQ(value->find_member("a") != nullptr, value->kind() == Kind::object) << document;
   }
 }
 
 TEST(Json, ReadsLiterals) {
-  EXPECT_TRUE(*parsed("true").boolean());
-  EXPECT_FALSE(*parsed(" false\r\n").boolean());
+  EXPECT_TRUE(*parsed("true")->boolean());
+  EXPECT_FALSE(*parsed(" false\r\n")->boolean());
 }
 
 TEST(Json, KeepsIntegersExact) {
@@ -70,9 +78,9 @@ TEST(Json, KeepsIntegersExact) {
                         {"9223372036854775807", std::numeric_limits<int64_t>::max()},
                         {"-9223372036854775808", std::numeric_limits<int64_t>::min()},
                         {"-9223372036854775807", -std::numeric_limits<int64_t>::max()}}) {
-    const JsonValue value = parsed(c.text);
-    ASSERT_EQ(value.kind(), Kind::integer) << c.text;
-    EXPECT_EQ(*value.integer(), c.expected) << c.text;
+    const ParsedJson value = parsed(c.text);
+    ASSERT_EQ(value->kind(), Kind::integer) << c.text;
+    EXPECT_EQ(*value->integer(), c.expected) << c.text;
   }
 }
 
@@ -95,9 +103,9 @@ TEST(Json, MakesADoubleOfAFractionOrExponentOnly) {
                         {"1e-400", 0},
                         {"9223372036854775808.0", 9223372036854775808.0},
                         {"1e00003", 1000}}) {
-    const JsonValue value = parsed(c.text);
-    ASSERT_EQ(value.kind(), Kind::number) << c.text;
-    EXPECT_EQ(*value.number(), c.expected) << c.text;
+    const ParsedJson value = parsed(c.text);
+    ASSERT_EQ(value->kind(), Kind::number) << c.text;
+    EXPECT_EQ(*value->number(), c.expected) << c.text;
   }
 }
 
@@ -118,30 +126,32 @@ TEST(Json, DecodesStrings) {
         {"\"\x80\xFF\xC3\"", "\x80\xFF\xC3"},
         {"\"\x7F\"", "\x7F"},
         {"\"\x20/\"", " /"}}) {
-    const JsonValue value = parsed(c.text);
-    ASSERT_EQ(value.kind(), Kind::string) << c.text;
-    EXPECT_EQ(*value.string(), c.expected) << c.text;
+    const ParsedJson value = parsed(c.text);
+    ASSERT_EQ(value->kind(), Kind::string) << c.text;
+    EXPECT_EQ(*value->string(), c.expected) << c.text;
   }
 }
 
 TEST(Json, KeepsElementsAndMembersInOrder) {
-  const JsonValue value = parsed("\t{ \"b\" : [ 1 , [ ] , { } ] ,\r\n\"a\":{\"b\":2}, \"A\":3, \"\":4 } ");
+  const ParsedJson value = parsed("\t{ \"b\" : [ 1 , [ ] , { } ] ,\r\n\"a\":{\"b\":2}, \"A\":3, \"\":4 } ");
   std::vector<std::string> keys;
-  for (const JsonMember& member : *value.object()) keys.push_back(member.key);
+  for (const JsonMember& member : value->members()) keys.emplace_back(member.key);
   EXPECT_THAT(keys, ElementsAre("b", "a", "A", ""));
-  const JsonValue::Array& array = *value.find_member("b")->array();
+  const std::vector<const JsonValue*> array = elements_of(*value->find_member("b"));
   ASSERT_EQ(array.size(), 3U);
-  EXPECT_EQ(*array[0].integer(), 1);
-  EXPECT_TRUE(array[1].array()->empty());
-  EXPECT_TRUE(array[2].object()->empty());
-  EXPECT_EQ(*value.find_member("a")->find_member("b")->integer(), 2);
-  EXPECT_EQ(*value.find_member("A")->integer(), 3);
-  EXPECT_EQ(*value.find_member("")->integer(), 4);
-  EXPECT_EQ(value.find_member("B"), nullptr);
+  EXPECT_EQ(*array[0]->integer(), 1);
+  EXPECT_EQ(array[1]->kind(), Kind::array);
+  EXPECT_TRUE(array[1]->elements().empty());
+  EXPECT_EQ(array[2]->kind(), Kind::object);
+  EXPECT_TRUE(array[2]->members().empty());
+  EXPECT_EQ(*value->find_member("a")->find_member("b")->integer(), 2);
+  EXPECT_EQ(*value->find_member("A")->integer(), 3);
+  EXPECT_EQ(*value->find_member("")->integer(), 4);
+  EXPECT_EQ(value->find_member("B"), nullptr);
 }
 
 TEST(Json, SkipsAByteOrderMarkAndCountsItInOffsets) {
-  EXPECT_EQ(*parsed("\xEF\xBB\xBF 1").integer(), 1);
+  EXPECT_EQ(*parsed("\xEF\xBB\xBF 1")->integer(), 1);
   EXPECT_EQ(error_of("\xEF\xBB\xBF"), "unexpected end at offset 3");
   EXPECT_EQ(error_of("\xEF\xBB\xBF{\"a\":1,\"a\":2}"), "duplicate key at offset 13");
   EXPECT_EQ(error_of("\xEF\xBB\xBF\xEF\xBB\xBF"), "unexpected character at offset 3");
@@ -149,9 +159,9 @@ TEST(Json, SkipsAByteOrderMarkAndCountsItInOffsets) {
 }
 
 TEST(Json, NestsThirtyThreeContainers) {
-  EXPECT_EQ(parsed(repeated("[", 33) + repeated("]", 33)).kind(), Kind::array);
-  EXPECT_EQ(parsed(repeated("{\"a\":", 32) + "{}" + repeated("}", 32)).kind(), Kind::object);
-  EXPECT_EQ(parsed(repeated("[", 32) + "1" + repeated("]", 32)).kind(), Kind::array);
+  EXPECT_EQ(parsed(repeated("[", 33) + repeated("]", 33))->kind(), Kind::array);
+  EXPECT_EQ(parsed(repeated("{\"a\":", 32) + "{}" + repeated("}", 32))->kind(), Kind::object);
+  EXPECT_EQ(parsed(repeated("[", 32) + "1" + repeated("]", 32))->kind(), Kind::array);
   EXPECT_EQ(error_of(repeated("[", 33) + "1" + repeated("]", 33)), "nesting too deep at offset 33");
   EXPECT_EQ(error_of(repeated("[", 34) + repeated("]", 34)), "nesting too deep at offset 33");
   EXPECT_EQ(error_of(repeated("{\"a\":", 33) + "1" + repeated("}", 33)), "nesting too deep at offset 165");
@@ -264,20 +274,21 @@ TEST(Json, SaysWhatIsWrongAndWhere) {
 }
 
 TEST(Json, ForgetsWhatTheValueHeldBefore) {
-  JsonValue value = parsed("{\"a\":1}");
+  JsonDocument document;
   std::string error;
-  EXPECT_FALSE(parse_json("", value, error));
-  EXPECT_EQ(value.kind(), Kind::null);
-  EXPECT_TRUE(parse_json("[2]", value, error));
-  EXPECT_EQ(value.find_member("a"), nullptr);
+  ASSERT_TRUE(parse_json("{\"a\":1}", document, error));
+  EXPECT_FALSE(parse_json("", document, error));
+  EXPECT_EQ(document.root().kind(), Kind::null);
+  EXPECT_TRUE(parse_json("[2]", document, error));
+  EXPECT_EQ(document.root().find_member("a"), nullptr);
 }
 
 TEST(Json, FindsADuplicateKeyHoweverManyThereAre) {
   for (const int count : {2, 15, 16, 17, 18, 40, 100000}) {
     std::string text = "{";
     for (int i = 0; i < count; ++i) text += "\"key" + std::to_string(i) + "\":" + std::to_string(i) + ",";
-    const JsonValue value = parsed(text + "\"last\":0}");
-    EXPECT_EQ(*value.find_member("key" + std::to_string(count - 1))->integer(), count - 1);
+    const ParsedJson value(text + "\"last\":0}");
+    EXPECT_EQ(*value->find_member("key" + std::to_string(count - 1))->integer(), count - 1);
     for (const int repeat : {0, count / 2, count - 1}) {
       const std::string with_duplicate = text + "\"key" + std::to_string(repeat) + "\"";
       EXPECT_EQ(error_of(with_duplicate + ":0}"), "duplicate key at offset " + std::to_string(with_duplicate.size()));

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <new>
 
+#include "manifest/json.h"
 #include "manifest/manifest.h"
 
 namespace {
@@ -57,13 +58,13 @@ std::string manifest_of(size_t count, PathOf path_of, const char* size) {
 }
 
 void expect_modest_memory(const std::string& text, size_t count) {
-  JsonValue root;
+  JsonDocument document;
   Manifest manifest;
   std::string error;
   const size_t before = live_bytes;
   peak_bytes = live_bytes;
-  ASSERT_TRUE(parse_json(text, root, error)) << error;
-  ASSERT_TRUE(read_manifest(root, L"KVXLauncher.exe", manifest, error)) << error;
+  ASSERT_TRUE(parse_json(text, document, error)) << error;
+  ASSERT_TRUE(read_manifest(document.root(), L"KVXLauncher.exe", manifest, error)) << error;
   const size_t used = peak_bytes - before;
   EXPECT_EQ(manifest.files.size(), count);
   std::printf("%llu bytes of manifest, %llu bytes at the peak: %.2f times\n", uint64_t{text.size()}, uint64_t{used},

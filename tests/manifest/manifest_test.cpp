@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <limits>
 
+#include "tests/support/parsed_json.h"
+
 namespace kvx {
 namespace {
 
@@ -52,10 +54,9 @@ std::string document(const std::vector<Member>& changes = {}) {
 }
 
 std::string manifest_error(const std::string& text, Manifest& manifest) {
-  JsonValue root;
+  const test::ParsedJson document(text);
   std::string error;
-  EXPECT_TRUE(parse_json(text, root, error)) << text << ": " << error;
-  return read_manifest(root, L"MyLauncher.exe", manifest, error) ? "accepted" : error;
+  return read_manifest(*document, L"MyLauncher.exe", manifest, error) ? "accepted" : error;
 }
 
 std::string manifest_error(const std::string& text) {
@@ -96,13 +97,13 @@ TEST(Manifest, HoldsEverythingThatTheDocumentSays) {
   EXPECT_THAT(m.args, ElementsAre("-a", "", "b c"));
   ASSERT_EQ(m.files.size(), 2U);
   EXPECT_EQ(m.files[0].path, "bin/game.exe");
-  EXPECT_EQ(m.files[0].native_path, L"bin\\game.exe");
+  EXPECT_EQ(m.files[0].native_path(), L"bin\\game.exe");
   EXPECT_EQ(m.files[0].size, 10U);
   EXPECT_EQ(m.files[0].sha256, digest_a);
   EXPECT_EQ(m.files[1].path, "data/a.pak");
   ASSERT_EQ(m.remove.size(), 2U);
   EXPECT_EQ(m.remove[0].path, "old/x.pak");
-  EXPECT_EQ(m.remove[0].native_path, L"old\\x.pak");
+  EXPECT_EQ(m.remove[0].native_path(), L"old\\x.pak");
   EXPECT_EQ(m.remove[1].path, "Old/X.pak");  // repeats are allowed
   EXPECT_TRUE(m.launcher.present);
   EXPECT_EQ(m.launcher.version, "2.0");
@@ -354,11 +355,10 @@ TEST(ReadLauncherEntry, ReadsThatMemberAlone) {
         {R"({"launcher":1})", false, false, "\"launcher\" must be an object"},
         {R"({"launcher":)" + launcher("\"2.1\"", quoted(digest_b), "0") + "}", false, false,
          "invalid \"launcher\" entry"}}) {
-    JsonValue root;
+    const test::ParsedJson document(c.text);
     std::string error;
-    ASSERT_TRUE(parse_json(c.text, root, error));
     LauncherEntry entry{true, "9", "old", 9};
-    EXPECT_EQ(read_launcher_entry(root, entry, error), c.succeeds) << c.text;
+    EXPECT_EQ(read_launcher_entry(*document, entry, error), c.succeeds) << c.text;
     EXPECT_EQ(error, c.error) << c.text;
     EXPECT_EQ(entry.present, c.present) << c.text;
     if (!c.succeeds) continue;

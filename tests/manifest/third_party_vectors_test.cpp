@@ -66,9 +66,9 @@ class ThirdPartyVectors : public testing::Test {
       const std::vector<std::string> fields = split(line, '\t');
       ASSERT_TRUE(fields.at(1) == "accept" || fields.at(1) == "reject") << line;
       const std::string text = test::read_text(vectors + L"\\JSONTestSuite\\" + folder + L"\\" + to_wide(fields[0]));
-      JsonValue value;
+      JsonDocument document;
       std::string error;
-      const bool accepted = parse_json(text, value, error);
+      const bool accepted = parse_json(text, document, error);
       EXPECT_EQ(accepted, fields[1] == "accept") << line << ": " << error;
       if (accepted == (fields[1] == "accept")) ++as_expected;
     }

@@ -114,10 +114,12 @@ std::string ReleaseBuilder::json() const {
 }
 
 Manifest ReleaseBuilder::manifest() const {
-  JsonValue root;
+  const std::string text = json();
+  JsonDocument document;
   Manifest manifest;
   std::string error;
-  EXPECT_TRUE(parse_json(json(), root, error) && read_manifest(root, L"KVXLauncher.exe", manifest, error)) << error;
+  EXPECT_TRUE(parse_json(text, document, error) && read_manifest(document.root(), L"KVXLauncher.exe", manifest, error))
+      << error;
   return manifest;
 }
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "foundations/text.h"
-#include "manifest/json.h"
+#include "tests/support/parsed_json.h"
 #include "tests/tools/publish_site.h"
 #include "tools/kvxpublish/command.h"
 #include "tools/kvxpublish/report.h"
@@ -21,29 +21,25 @@ using publish::ExitCode;
 using publish::Report;
 
 // The one object that stands on standard output.
-JsonValue parsed(const std::string& data) {
-  JsonValue root;
-  std::string error;
-  EXPECT_TRUE(parse_json(data, root, error)) << error << ": " << data;
+test::ParsedJson parsed(const std::string& data) {
   EXPECT_EQ(std::ranges::count(data, '\n'), 1);
-  return root;
+  return test::ParsedJson(data);
 }
 
 std::vector<std::string> members_of(const JsonValue& object) {
   std::vector<std::string> names;
-  if (object.object() == nullptr) return names;
-  for (const JsonMember& member : *object.object()) names.push_back(member.key);
+  for (const JsonMember& member : object.members()) names.emplace_back(member.key);
   return names;
 }
 
 std::string text_of(const JsonValue& object, const char* name) {
   const JsonValue* member = object.find_member(name);
-  return member == nullptr || member->string() == nullptr ? "absent" : *member->string();
+  return std::string(member == nullptr ? "absent" : member->string().value_or("absent"));
 }
 
 int64_t number_of(const JsonValue& object, const char* name) {
   const JsonValue* member = object.find_member(name);
-  return member == nullptr || member->integer() == nullptr ? -1 : *member->integer();
+  return member == nullptr ? -1 : member->integer().value_or(-1);
 }
 
 TEST(Commands, EachHasAHelpWithAnExample) {
@@ -90,11 +86,11 @@ TEST(Commands, EachGivesOneJsonObject) {
   }
   const std::string signature = read_text(site.site(L"manifest.sig")).substr(16);
   write_text(site.path(L"signature.bin"), signature);
-  const JsonValue attached =
+  const test::ParsedJson attached =
       parsed(kvxpublish({"attach", folder, "--json", "--signature", to_utf8(site.path(L"signature.bin"))}).data);
-  EXPECT_EQ(members_of(attached), (std::vector<std::string>{"channel", "serial", "key", "key_name"}));
-  EXPECT_EQ(text_of(attached, "key_name"), "primary");
-  EXPECT_EQ(number_of(attached, "serial"), 1);
+  EXPECT_EQ(members_of(*attached), (std::vector<std::string>{"channel", "serial", "key", "key_name"}));
+  EXPECT_EQ(text_of(*attached, "key_name"), "primary");
+  EXPECT_EQ(number_of(*attached, "serial"), 1);
 }
 
 TEST(Commands, EachGivesItsFailureAsJsonToo) {
@@ -126,10 +122,10 @@ TEST(Commands, EachGivesItsFailureAsJsonToo) {
     const CommandResult result = kvxpublish(arguments);
     EXPECT_EQ(result.code, c.code);
     EXPECT_EQ(result.messages, "kvxpublish: " + c.error + "\n");
-    const JsonValue object = parsed(result.data);
-    EXPECT_EQ(members_of(object), (std::vector<std::string>{"error", "code"}));
-    EXPECT_EQ(text_of(object, "error"), c.error);
-    EXPECT_EQ(number_of(object, "code"), c.code);
+    const test::ParsedJson object = parsed(result.data);
+    EXPECT_EQ(members_of(*object), (std::vector<std::string>{"error", "code"}));
+    EXPECT_EQ(text_of(*object, "error"), c.error);
+    EXPECT_EQ(number_of(*object, "code"), c.code);
   }
 }
 

@@ -63,7 +63,7 @@ TEST(Pack, PublishesEveryFileUnderItsDigest) {
   ASSERT_THAT(paths_of(manifest), ElementsAre("bin/game.exe", "data/a pack.bin"));
   for (const ManifestFile& file : manifest.files) {
     const std::wstring content = site.site(L"files\\" + to_wide(file.sha256));
-    EXPECT_EQ(read_text(content), read_text(site.game(file.native_path)));
+    EXPECT_EQ(read_text(content), read_text(site.game(file.native_path())));
     EXPECT_EQ(digest_of(content), file.sha256);
     EXPECT_EQ(read_text(content).size(), file.size);
   }

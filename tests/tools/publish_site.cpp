@@ -104,11 +104,11 @@ CommandResult PublishSite::pack(const std::vector<std::string>& more) const {
 Manifest PublishSite::published(const std::string& channel, bool signed_too) const {
   const std::wstring prefix = channel == "live" ? L"" : to_wide(channel) + L'\\';
   const std::string text = read_text(site(prefix + L"manifest.json"));
-  JsonValue root;
+  JsonDocument document;
   Manifest manifest;
   std::string error;
-  EXPECT_TRUE(parse_json(text, root, error)) << error;
-  EXPECT_TRUE(read_manifest(root, L"KVXLauncher.exe", manifest, error)) << error;
+  EXPECT_TRUE(parse_json(text, document, error)) << error;
+  EXPECT_TRUE(read_manifest(document.root(), L"KVXLauncher.exe", manifest, error)) << error;
   if (signed_too) {
     std::string key_name;
     EXPECT_TRUE(verify_manifest(text, read_text(site(prefix + L"manifest.sig")), built_in_keys(), key_name, error))

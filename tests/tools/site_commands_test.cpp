@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "foundations/text.h"
-#include "manifest/json.h"
+#include "tests/support/parsed_json.h"
 #include "tests/tools/publish_site.h"
 
 namespace kvx::test {
@@ -17,13 +17,10 @@ using testing::IsEmpty;
 constexpr const char* command_names[] = {"verify", "diff", "publish", "promote", "rollback", "prune", "serve"};
 
 std::vector<std::string> members_of(const std::string& data) {
-  JsonValue root;
-  std::string error;
-  EXPECT_TRUE(parse_json(data, root, error)) << error << ": " << data;
+  const test::ParsedJson document(data);
   EXPECT_EQ(std::ranges::count(data, '\n'), 1);
   std::vector<std::string> names;
-  if (root.object() == nullptr) return names;
-  for (const JsonMember& member : *root.object()) names.push_back(member.key);
+  for (const JsonMember& member : document->members()) names.emplace_back(member.key);
   return names;
 }
 

@@ -42,7 +42,7 @@ bool measure_game(const DiffOptions& options, Console& console, NextRelease& nex
   for (const std::string& pattern : unused) report.note("--exclude " + pattern + " matched nothing");
   next.is_game_folder = true;
   for (const GameFile& file : files) {
-    next.manifest.files.push_back({file.path, native_path(file.path), file.size, file.sha256});
+    next.manifest.files.push_back({file.path, file.size, Sha256Text(file.sha256)});
   }
   return true;
 }
@@ -122,9 +122,9 @@ void report_launcher(const Manifest& next, const Manifest& former, Report& repor
 void note_files_that_stay(const ReleaseDifferences& differences, const NextRelease& next, Report& report) {
   if (next.is_game_folder) return;
   std::unordered_set<std::wstring> removals;
-  for (const ManifestRemoval& removal : next.manifest.remove) removals.insert(path_identity(removal.native_path));
+  for (const ManifestRemoval& removal : next.manifest.remove) removals.insert(path_identity(removal.native_path()));
   const auto count = std::ranges::count_if(differences.removed, [&](const ManifestFile& file) {
-    return !removals.contains(path_identity(file.native_path));
+    return !removals.contains(path_identity(file.native_path()));
   });
   if (count == 0) return;
   report.note(std::to_string(count) +

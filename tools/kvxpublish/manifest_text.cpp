@@ -44,9 +44,9 @@ bool check_as_launcher(std::string_view manifest, const std::string& channel, Ma
   if (manifest.size() > manifest_limit_bytes) {
     return fail(ExitCode::refused, "launchers would refuse this release: its manifest is larger than 64 MiB", failure);
   }
-  JsonValue root;
+  JsonDocument document;
   std::string error;
-  if (!parse_json(manifest, root, error) || !read_manifest(root, L"KVXLauncher.exe", read, error)) {
+  if (!parse_json(manifest, document, error) || !read_manifest(document.root(), L"KVXLauncher.exe", read, error)) {
     return fail(ExitCode::refused, "launchers would refuse this release: " + error, failure);
   }
   if (read.channel != channel) {

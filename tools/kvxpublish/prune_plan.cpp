@@ -30,9 +30,9 @@ bool is_signature(const FolderEntry& entry) { return equals_ignore_case(entry.na
 bool is_of_another_program(const std::wstring& path) {
   std::string text;
   std::string error;
-  JsonValue root;
-  return read_file(path, largest_manifest_bytes, text) && parse_json(text, root, error) &&
-         root.find_member("product") == nullptr;
+  JsonDocument document;
+  return read_file(path, largest_manifest_bytes, text) && parse_json(text, document, error) &&
+         document.root().find_member("product") == nullptr;
 }
 
 // One look at a site, used once.

@@ -9,12 +9,12 @@ namespace kvx::publish {
 
 ReleaseDifferences compare_releases(const Manifest& next, const Manifest& former) {
   std::unordered_map<std::wstring, const ManifestFile*> former_files;
-  for (const ManifestFile& file : former.files) former_files.emplace(path_identity(file.native_path), &file);
+  for (const ManifestFile& file : former.files) former_files.emplace(path_identity(file.native_path()), &file);
   ReleaseDifferences differences;
   Manifest to_fetch;
   std::unordered_set<std::wstring> next_files;
   for (const ManifestFile& file : next.files) {
-    const std::wstring identity = path_identity(file.native_path);
+    const std::wstring identity = path_identity(file.native_path());
     next_files.insert(identity);
     const auto before = former_files.find(identity);
     if (before != former_files.end() && before->second->sha256 == file.sha256) {
@@ -29,7 +29,7 @@ ReleaseDifferences compare_releases(const Manifest& next, const Manifest& former
     }
   }
   for (const ManifestFile& file : former.files) {
-    if (!next_files.contains(path_identity(file.native_path))) differences.removed.push_back(file);
+    if (!next_files.contains(path_identity(file.native_path()))) differences.removed.push_back(file);
   }
   differences.downloads = content_of(to_fetch);
   return differences;

@@ -18,7 +18,7 @@ std::vector<std::string> removal_list(const Manifest& previous, const std::vecto
   std::set<std::wstring> installed;
   for (const GameFile& file : files) installed.insert(path_identity(native_path(file.path)));
   const auto add_unless_installed = [&](const auto& entry) {
-    if (!installed.contains(path_identity(entry.native_path))) add(entry.path, entry.native_path);
+    if (!installed.contains(path_identity(entry.native_path()))) add(entry.path, entry.native_path());
   };
   std::ranges::for_each(previous.files, add_unless_installed);
   std::ranges::for_each(previous.remove, add_unless_installed);
