@@ -3,11 +3,36 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 namespace kvx {
+namespace {
+
+// What the system does to ASCII is the same on every computer and is done here, many times as fast.
+bool is_ascii(std::wstring_view text) {
+  uint32_t bits = 0;
+  for (const wchar_t c : text) bits |= static_cast<uint32_t>(c);
+  return bits < 0x80;
+}
+
+// By byte value; lower case alone.
+constexpr std::array<bool, 256> is_hex_digit = [] {
+  std::array<bool, 256> table{};
+  for (const char c : std::string_view("0123456789abcdef")) table[static_cast<unsigned char>(c)] = true;
+  return table;
+}();
+
+wchar_t upper_ascii(wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c; }
+
+}  // namespace
 
 std::string to_utf8(std::wstring_view text) {
-  if (text.empty()) return {};
+  if (is_ascii(text)) {
+    std::string result(text.size(), '\0');
+    std::transform(text.begin(), text.end(), result.begin(), [](wchar_t c) { return static_cast<char>(c); });
+    return result;
+  }
   const int length = static_cast<int>(text.size());
   const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
   if (needed <= 0) return {};
@@ -17,13 +42,24 @@ std::string to_utf8(std::wstring_view text) {
 }
 
 std::wstring to_wide(std::string_view text) {
-  if (text.empty()) return {};
+  if (is_ascii(text)) return {text.begin(), text.end()};
   const int length = static_cast<int>(text.size());
   const int needed = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
   if (needed <= 0) return {};
   std::wstring result(static_cast<size_t>(needed), L'\0');
   MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), needed);
   return result;
+}
+
+bool is_ascii(std::string_view text) {
+  uint64_t bits = 0;
+  for (; text.size() >= sizeof(bits); text.remove_prefix(sizeof(bits))) {
+    uint64_t eight = 0;
+    std::memcpy(&eight, text.data(), sizeof(eight));
+    bits |= eight;
+  }
+  for (const char c : text) bits |= static_cast<unsigned char>(c);
+  return (bits & 0x8080808080808080U) == 0;
 }
 
 std::string to_hex(const uint8_t* bytes, size_t count) {
@@ -39,12 +75,19 @@ std::string to_hex(const uint8_t* bytes, size_t count) {
 
 bool is_sha256_hex(std::string_view text) {
   constexpr size_t digest_digits = 64;
-  return text.size() == digest_digits &&
-         std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+  if (text.size() != digest_digits) return false;
+  // No branch for each character: digits and letters follow each other at random.
+  bool all = true;
+  for (const char c : text) all &= is_hex_digit[static_cast<unsigned char>(c)];
+  return all;
 }
 
 std::wstring to_upper(std::wstring_view text) {
   std::wstring result(text);
+  if (is_ascii(text)) {
+    std::transform(result.begin(), result.end(), result.begin(), upper_ascii);
+    return result;
+  }
   CharUpperBuffW(result.data(), static_cast<DWORD>(result.size()));
   return result;
 }
@@ -58,7 +101,11 @@ std::string to_lower_ascii(std::string_view text) {
 }
 
 bool equals_ignore_case(std::wstring_view a, std::wstring_view b) {
-  if (a.empty() || b.empty()) return a.empty() && b.empty();  // the system refuses the null pointer of an empty view
+  if (a.size() != b.size()) return false;
+  if (is_ascii(a) && is_ascii(b)) {
+    return std::equal(a.begin(), a.end(), b.begin(),
+                      [](wchar_t x, wchar_t y) { return upper_ascii(x) == upper_ascii(y); });
+  }
   return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()), TRUE) ==
          CSTR_EQUAL;
 }

@@ -15,6 +15,9 @@ namespace kvx {
 [[nodiscard]] std::string to_utf8(std::wstring_view text);
 [[nodiscard]] std::wstring to_wide(std::string_view text);
 
+// Only bytes below 0x80.
+[[nodiscard]] bool is_ascii(std::string_view text);
+
 // Two lower-case digits per byte, high nibble first.
 [[nodiscard]] std::string to_hex(const uint8_t* bytes, size_t count);
 

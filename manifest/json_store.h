@@ -1,11 +1,11 @@
-// Where a document's values are made and kept, one after the other as the reader meets them. Blocks of them never move:
-// the last place of a full one is a link to the next. Memory grows with the values alone; nothing is copied.
+// Where a document's values are made and kept, one after the other as the reader meets them. They lie in blocks that
+// never move: the last place of a full one is a link to the next. Memory grows with the values alone; nothing is
+// copied.
 #pragma once
 
 #include <array>
-#include <deque>
 #include <memory>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "manifest/json_value.h"
@@ -40,7 +40,7 @@ class JsonStore {
   [[nodiscard]] static std::string_view text_of(const JsonValue& string) { return string.text(); }
 
   // A copy that lives as long as the store.
-  [[nodiscard]] std::string_view keep(const std::string& text) { return kept_.emplace_back(text); }
+  [[nodiscard]] std::string_view keep(std::string_view text);
 
  private:
   static constexpr size_t block_values = 1024;
@@ -53,9 +53,12 @@ class JsonStore {
   void add_block();
 
   std::vector<std::unique_ptr<Block>> blocks_;
-  std::deque<std::string> kept_;
   JsonValue* next_ = nullptr;
   JsonValue* last_ = nullptr;  // of the last block; never a value
+
+  std::vector<std::unique_ptr<char[]>> texts_;
+  char* next_text_ = nullptr;
+  size_t text_left_ = 0;  // bytes free in the last of the texts
 };
 
 }  // namespace kvx

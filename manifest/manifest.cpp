@@ -1,12 +1,13 @@
 #include "manifest/manifest.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <optional>
 #include <utility>
 
 #include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "manifest/manifest_fields.h"
+#include "manifest/path_set.h"
 
 namespace kvx {
 namespace {
@@ -17,12 +18,29 @@ constexpr size_t longest_channel_bytes = 32;
 constexpr size_t longest_argument_bytes = 1024;
 constexpr uint64_t largest_launcher_bytes = 268435456;
 
-bool fail(std::string text, std::string& error) {
-  error = std::move(text);
+bool fail(const char* text, std::string& error) {
+  error = text;
   return false;
 }
 
-std::string quoted(std::string_view path) { return "\"" + std::string(path) + "\""; }
+// The message is `before`, the path in quotes, and `after`.
+bool refuse(const char* before, std::string_view path, const char* after, std::string& error) {
+  error = before;
+  error.append(1, '"').append(path).append(1, '"').append(after);
+  return false;
+}
+
+// How many entries before the first that is certain to be refused. Room for any others would be a gift to a hostile
+// text, which has space for 33 million.
+size_t count_possible_files(const JsonElements& entries) {
+  constexpr size_t fewest_members = 3;
+  size_t count = 0;
+  for (const JsonValue& entry : entries) {
+    if (entry.members().size() < fewest_members) break;
+    ++count;
+  }
+  return count;
+}
 
 // Reads one document into one manifest; each function is one group of its members.
 class ManifestReader {
@@ -43,7 +61,8 @@ class ManifestReader {
     if (format == nullptr || !format->integer()) return fail("missing \"format\"", error_);
     out_.format = *format->integer();
     if (out_.format == supported_format) return true;
-    return fail("manifest format " + std::to_string(out_.format) + " is not supported by this launcher", error_);
+    error_ = "manifest format " + std::to_string(out_.format) + " is not supported by this launcher";
+    return false;
   }
 
   bool read_plain_fields() {
@@ -85,9 +104,9 @@ class ManifestReader {
   bool read_files() {
     const JsonValue* files = root_.find_member("files");
     if (files == nullptr || files->elements().empty()) return fail("missing \"files\"", error_);
-    const size_t count = files->elements().size();
+    const size_t count = count_possible_files(files->elements());
     out_.files.reserve(count);
-    file_identities_.reserve(count);
+    listed_.reserve(count);
     uint64_t sum = 0;
     for (const JsonValue& element : files->elements()) {
       if (!read_file_entry(element)) return false;
@@ -107,16 +126,10 @@ class ManifestReader {
         !read_string_field(element, "sha256", Presence::required, sha256, error_)) {
       return false;
     }
-    std::string reason;
-    if (!is_managed_path(path, own_name_, reason)) {
-      return fail("rejected path " + quoted(path) + ": " + reason, error_);
-    }
-    if (!is_sha256_hex(sha256)) return fail("invalid sha256 for " + quoted(path), error_);
-    if (!file_identities_.insert(path_identity(native_path(path))).second) {
-      return fail("duplicate path " + quoted(path), error_);
-    }
+    if (!is_managed(path, "rejected path ")) return false;
+    if (!is_sha256_hex(sha256)) return refuse("invalid sha256 for ", path, "", error_);
     out_.files.push_back({std::string(path), size, Sha256Text(sha256)});
-    return true;
+    return listed_.add_last() || refuse("duplicate path ", path, "", error_);
   }
 
   bool read_removals() {
@@ -132,31 +145,30 @@ class ManifestReader {
   bool read_removal(const JsonValue& element) {
     const std::optional<std::string_view> path = element.string();
     if (!path) return fail("\"remove\" entries must be strings", error_);
-    std::string reason;
-    if (!is_managed_path(*path, own_name_, reason)) {
-      return fail("rejected remove path " + quoted(*path) + ": " + reason, error_);
-    }
-    if (is_listed_file(*path)) return fail("path " + quoted(*path) + " is listed in both files and remove", error_);
+    if (!is_managed(*path, "rejected remove path ")) return false;
+    if (listed_.contains(*path)) return refuse("path ", *path, " is listed in both files and remove", error_);
     out_.remove.push_back({std::string(*path)});
     return true;
   }
 
-  bool check_exe() {
+  bool is_managed(std::string_view path, const char* refusal) {
     std::string reason;
-    if (!is_managed_path(out_.exe, own_name_, reason)) return fail("rejected exe path: " + reason, error_);
-    if (is_listed_file(out_.exe)) return true;
-    return fail("the start program is not part of the manifest", error_);
+    if (is_managed_path(path, own_name_, reason)) return true;
+    return refuse(refusal, path, (": " + reason).c_str(), error_);
   }
 
-  [[nodiscard]] bool is_listed_file(std::string_view path) const {
-    return file_identities_.contains(path_identity(native_path(path)));
+  bool check_exe() {
+    std::string reason;
+    if (!is_managed_path(out_.exe, own_name_, reason)) return fail(("rejected exe path: " + reason).c_str(), error_);
+    if (listed_.contains(out_.exe)) return true;
+    return fail("the start program is not part of the manifest", error_);
   }
 
   const JsonValue& root_;
   std::wstring_view own_name_;
   Manifest& out_;
   std::string& error_;
-  std::unordered_set<std::wstring> file_identities_;
+  PathSet listed_{out_.files};
 };
 
 bool is_valid_launcher_entry(const LauncherEntry& entry) {

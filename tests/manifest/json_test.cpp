@@ -1,6 +1,7 @@
 #include "manifest/json.h"
 
 #include <cmath>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <limits>
 
@@ -129,6 +130,61 @@ TEST(Json, DecodesStrings) {
     const ParsedJson value = parsed(c.text);
     ASSERT_EQ(value->kind(), Kind::string) << c.text;
     EXPECT_EQ(*value->string(), c.expected) << c.text;
+  }
+}
+
+bool is_within(std::string_view part, std::string_view text) {
+  return part.data() >= text.data() && part.data() + part.size() <= text.data() + text.size();
+}
+
+TEST(Json, CopiesOnlyStringsThatAreEscaped) {
+  const std::string text = R"({"plain":"a long text without any escape","esc\u0061ped":"a long text\nwith an escape"})";
+  JsonDocument document;
+  std::string error;
+  ASSERT_TRUE(parse_json(text, document, error)) << error;
+  const JsonValue* plain = document.root().find_member("plain");
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(*plain->string(), "a long text without any escape");
+  EXPECT_TRUE(is_within(*plain->string(), text));
+  const JsonValue* escaped = document.root().find_member("escaped");
+  ASSERT_NE(escaped, nullptr);
+  EXPECT_EQ(*escaped->string(), "a long text\nwith an escape");
+  EXPECT_FALSE(is_within(*escaped->string(), text));
+}
+
+TEST(Json, StaysInPlaceWhenTheDocumentIsMoved) {
+  const std::string text = R"(["short\n","a longer text\nwith an escape",[1]])";
+  JsonDocument document;
+  std::string error;
+  ASSERT_TRUE(parse_json(text, document, error)) << error;
+  const JsonValue& root = document.root();
+  const std::vector<const JsonValue*> before = elements_of(root);
+  const std::string_view text_before = *before[0]->string();
+  const JsonDocument moved = std::move(document);
+  EXPECT_EQ(&moved.root(), &root);
+  EXPECT_EQ(elements_of(moved.root()), before);
+  EXPECT_EQ(before[0]->string()->data(), text_before.data());
+  EXPECT_EQ(*before[0]->string(), "short\n");
+}
+
+// Values lie in blocks of about a thousand.
+TEST(Json, FindsItsWayWhereverABlockEnds) {
+  for (int before = 0; before < 1100; ++before) {
+    const ParsedJson value = parsed("[" + repeated("0,", before) + R"([],{},[[1],{"a":{"b":2}}],{"c":[3],"d":4},5])");
+    const std::vector<const JsonValue*> elements = elements_of(*value);
+    const auto count = static_cast<size_t>(before);
+    ASSERT_EQ(elements.size(), count + 5);
+    EXPECT_TRUE(elements[count]->is_array());
+    EXPECT_TRUE(elements[count]->elements().empty());
+    EXPECT_TRUE(elements[count + 1]->is_object());
+    EXPECT_TRUE(elements[count + 1]->members().empty());
+    const std::vector<const JsonValue*> nested = elements_of(*elements[count + 2]);
+    ASSERT_EQ(nested.size(), 2U);
+    EXPECT_EQ(elements_of(*nested[0])[0]->integer(), 1);
+    EXPECT_EQ(nested[1]->find_member("a")->find_member("b")->integer(), 2);
+    EXPECT_EQ(elements_of(*elements[count + 3]->find_member("c"))[0]->integer(), 3);
+    EXPECT_EQ(elements[count + 3]->find_member("d")->integer(), 4);
+    EXPECT_EQ(elements[count + 4]->integer(), 5) << before;
   }
 }
 
@@ -273,6 +329,17 @@ TEST(Json, SaysWhatIsWrongAndWhere) {
   }
 }
 
+TEST(Json, TakesAnEscapedKeyForThePlainOne) {
+  const ParsedJson value = parsed(R"({"\u0061b":1,"":2,"c\/d":3})");
+  EXPECT_EQ(value->find_member("ab")->integer(), 1);
+  EXPECT_EQ(value->find_member("")->integer(), 2);
+  EXPECT_EQ(value->find_member("c/d")->integer(), 3);
+  EXPECT_EQ(value->find_member("\\u0061b"), nullptr);
+  for (const char* text : {R"({"ab":1,"\u0061b")", R"({"\u0061b":1,"ab")", R"({"\u0061b":1,"a\u0062")"}) {
+    EXPECT_EQ(error_of(text + std::string(":2}")), "duplicate key at offset " + std::to_string(std::strlen(text)));
+  }
+}
+
 TEST(Json, ForgetsWhatTheValueHeldBefore) {
   JsonDocument document;
   std::string error;
@@ -292,6 +359,8 @@ TEST(Json, FindsADuplicateKeyHoweverManyThereAre) {
     for (const int repeat : {0, count / 2, count - 1}) {
       const std::string with_duplicate = text + "\"key" + std::to_string(repeat) + "\"";
       EXPECT_EQ(error_of(with_duplicate + ":0}"), "duplicate key at offset " + std::to_string(with_duplicate.size()));
+      const std::string with_escape = text + "\"\\u006bey" + std::to_string(repeat) + "\"";
+      EXPECT_EQ(error_of(with_escape + ":0}"), "duplicate key at offset " + std::to_string(with_escape.size()));
     }
   }
 }

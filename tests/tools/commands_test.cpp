@@ -81,7 +81,7 @@ TEST(Commands, EachGivesOneJsonObject) {
     arguments.emplace_back("--json");
     const CommandResult result = kvxpublish(arguments);
     EXPECT_EQ(result.code, 0) << result.messages;
-    EXPECT_EQ(members_of(parsed(result.data)), c.members);
+    EXPECT_EQ(members_of(*parsed(result.data)), c.members);
     EXPECT_THAT(result.messages, StartsWith("next: "));
   }
   const std::string signature = read_text(site.site(L"manifest.sig")).substr(16);
