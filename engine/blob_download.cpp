@@ -53,8 +53,12 @@ bool is_missing_on_server(uint32_t http_status) {
 // One blob's download, used once, on one thread.
 class BlobDownload {
  public:
-  BlobDownload(const BlobDownloadContext& context, const BlobJob& job, std::string& error)
-      : context_(context), job_(job), error_(error), part_path_(context.store.partial_path(job.hash)) {}
+  BlobDownload(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer, std::string& error)
+      : context_(context),
+        job_(job),
+        buffer_(buffer),
+        error_(error),
+        part_path_(context.store.partial_path(job.hash)) {}
 
   bool run() {
     if (is_already_staged()) return true;
@@ -175,9 +179,10 @@ class BlobDownload {
     return download_range(
         context_.session, url, position_, job_.size,
         [this, part](const uint8_t* bytes, size_t count) { return store_chunk(part, bytes, count); },
-        &context_.ui.cancel_requested, http_status_, transfer_error_);
+        &context_.ui.cancel_requested, buffer_, http_status_, transfer_error_);
   }
 
+  // On this thread, or on the one that passes on what waits in the buffer.
   bool store_chunk(HANDLE part, const uint8_t* bytes, size_t count) {
     if (context_.stop.requested()) return false;
     if (!write_all(part, bytes, count, write_error_)) {
@@ -281,6 +286,7 @@ class BlobDownload {
 
   const BlobDownloadContext& context_;
   const BlobJob& job_;
+  ReceiveBuffer& buffer_;
   std::string& error_;
   const std::wstring part_path_;
 
@@ -301,8 +307,8 @@ class BlobDownload {
 
 }  // namespace
 
-bool download_blob(const BlobDownloadContext& context, const BlobJob& job, std::string& error) {
-  return BlobDownload(context, job, error).run();
+bool download_blob(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer, std::string& error) {
+  return BlobDownload(context, job, buffer, error).run();
 }
 
 }  // namespace kvx

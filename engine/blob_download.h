@@ -9,6 +9,7 @@
 #include "engine/blob_store.h"
 #include "foundations/stop_signal.h"
 #include "net/http_session.h"
+#include "net/receive_buffer.h"
 #include "ui/ui.h"
 
 namespace kvx {
@@ -27,7 +28,9 @@ struct BlobDownloadContext {
 };
 
 // True when the blob is in the store, verified. Otherwise `error` is the reason, "cancelled" when a stop was requested;
-// a partial file stays for the next run. Several threads may download different blobs at once.
-[[nodiscard]] bool download_blob(const BlobDownloadContext& context, const BlobJob& job, std::string& error);
+// a partial file stays for the next run. Several threads may download different blobs at once, each through a `buffer`
+// of its own.
+[[nodiscard]] bool download_blob(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer,
+                                 std::string& error);
 
 }  // namespace kvx

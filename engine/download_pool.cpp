@@ -1,6 +1,7 @@
 #include "engine/download_pool.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -23,12 +24,18 @@ class DownloadPool {
 
   // The body of each thread.
   void work() {
+    ReceiveBuffer& buffer = buffers_[next_buffer_.fetch_add(1)];
     while (!context_.stop.requested()) {
       const size_t index = next_job_.fetch_add(1);
       if (index >= jobs_.size()) return;
       std::string error;
-      if (!download_blob(context_, jobs_[index], error)) on_failure(error);
+      if (!download_blob(context_, jobs_[index], buffer, error)) on_failure(error);
     }
+  }
+
+  // Stores what has come while a thread waits for more.
+  void pass_on_waiting() {
+    for (ReceiveBuffer& buffer : buffers_) buffer.pass_on_waiting();
   }
 
   [[nodiscard]] bool result(std::string& error) {
@@ -49,13 +56,18 @@ class DownloadPool {
   std::atomic<bool>& stop_workers_;
   std::vector<BlobJob> jobs_;
   std::atomic<size_t> next_job_{0};
+  std::array<ReceiveBuffer, most_threads> buffers_;  // one for each thread
+  std::atomic<size_t> next_buffer_{0};
   std::mutex lock_;  // guards first_error_
   std::string first_error_;
 };
 
 struct SingleDownload {
+  SingleDownload(const BlobDownloadContext& its_context, const BlobJob& its_job) : context(its_context), job(its_job) {}
+
   BlobDownloadContext context;
   BlobJob job;
+  ReceiveBuffer buffer;
   bool finished = false;
   std::string error;
 };
@@ -66,17 +78,20 @@ bool download_all(const BlobDownloadContext& context, TransferThreads& threads, 
                   std::vector<BlobJob> jobs, std::string& error) {
   const auto pool = std::make_shared<DownloadPool>(context, stop_workers, std::move(jobs));
   // Threads left behind count as stopped.
-  if (pool->thread_count() > 0) static_cast<void>(threads.run(pool->thread_count(), [pool] { pool->work(); }));
+  if (pool->thread_count() > 0) {
+    static_cast<void>(threads.run(
+        pool->thread_count(), [pool] { pool->work(); }, [pool] { pool->pass_on_waiting(); }));
+  }
   return pool->result(error);
 }
 
 bool download_one(const BlobDownloadContext& context, TransferThreads& threads, const BlobJob& job,
                   std::string& error) {
-  const auto download = std::make_shared<SingleDownload>(SingleDownload{context, job, false, {}});
+  const auto download = std::make_shared<SingleDownload>(context, job);
   const auto body = [download] {
-    download->finished = download_blob(download->context, download->job, download->error);
+    download->finished = download_blob(download->context, download->job, download->buffer, download->error);
   };
-  if (!threads.run(1, body)) {
+  if (!threads.run(1, body, [download] { download->buffer.pass_on_waiting(); })) {
     error = "cancelled";
     return false;
   }

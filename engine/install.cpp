@@ -1,6 +1,7 @@
 #include "engine/install.h"
 
 #include <map>
+#include <set>
 #include <string_view>
 
 #include "foundations/error_text.h"
@@ -67,6 +68,7 @@ class Install {
     const std::wstring target = destination(file.native_path());
     uint32_t error = 0;
     while (!try_to_place(file, target, is_last_use, error)) {
+      known_folders_.clear();  // they may be what is missing
       if (!ask_to_retry(replacing, file.path, error)) {
         return false;
       }
@@ -80,13 +82,21 @@ class Install {
   }
 
   // The last file with this content takes the blob itself; earlier ones get a copy, made beside them.
-  bool try_to_place(const ManifestFile& file, const std::wstring& target, bool is_last_use, uint32_t& error) const {
-    if (!create_folders(parent_path(target), error)) return false;
+  bool try_to_place(const ManifestFile& file, const std::wstring& target, bool is_last_use, uint32_t& error) {
+    if (!ensure_folder(parent_path(target), error)) return false;
     const std::wstring blob = context_.store.blob_path(std::string(file.sha256));
     if (is_last_use) return move_file(blob, target, error);
     const std::wstring copy = target + L".copy";
     clear_read_only(copy);  // one left behind may be a copy of a read-only file
     return copy_file(blob, copy, error) && flush_file(copy, error) && move_file(copy, target, error);
+  }
+
+  // Asks for each folder once.
+  bool ensure_folder(const std::wstring& path, uint32_t& error) {
+    if (known_folders_.contains(path)) return true;
+    if (!create_folders(path, error)) return false;
+    known_folders_.insert(path);
+    return true;
   }
 
   bool remove_files() {
@@ -133,6 +143,7 @@ class Install {
   const Manifest& manifest_;
   const std::vector<uint64_t>& to_place_;
   std::string& reason_;
+  std::set<std::wstring> known_folders_;  // that are there
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "engine/installed_check.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "foundations/clock.h"
 #include "foundations/files.h"
@@ -66,10 +67,21 @@ class InstalledCheck {
     return cache_path_;
   }
 
+  // What lies in a missing folder is not asked for one by one.
+  bool has_stamp(const ManifestFile& file, FileStamp& stamp) {
+    const std::string_view path = file.path;
+    const std::string_view folder = path.substr(0, path.rfind('/') + 1);
+    if (!folder.empty() && folder == missing_folder_) return false;
+    bool folder_is_missing = false;
+    if (file_stamp(full_path(file), stamp, folder_is_missing)) return true;
+    if (folder_is_missing) missing_folder_ = folder;
+    return false;
+  }
+
   void judge_by_stamp(uint64_t index) {
     const ManifestFile& file = manifest_.files[index];
     FileStamp stamp;
-    if (!file_stamp(full_path(file), stamp) || stamp.size != file.size) {
+    if (!has_stamp(file, stamp) || stamp.size != file.size) {
       to_replace_.push_back(index);
       return;
     }
@@ -131,6 +143,7 @@ class InstalledCheck {
   std::wstring path_ = long_path(context_.install_dir) + L'\\';
   const size_t folder_chars_ = path_.size();
   std::string cache_path_;
+  std::string_view missing_folder_;  // the last one seen, of a path in the manifest
 };
 
 }  // namespace

@@ -106,8 +106,15 @@ bool is_file(const std::wstring& path) {
 }
 
 bool file_stamp(const std::wstring& path, FileStamp& stamp) {
+  bool ignored = false;
+  return file_stamp(path, stamp, ignored);
+}
+
+bool file_stamp(const std::wstring& path, FileStamp& stamp, bool& folder_is_missing) {
   WIN32_FILE_ATTRIBUTE_DATA data;
-  if (GetFileAttributesExW(LongPath(path).c_str(), GetFileExInfoStandard, &data) == 0) return false;
+  const bool found = GetFileAttributesExW(LongPath(path).c_str(), GetFileExInfoStandard, &data) != 0;
+  folder_is_missing = !found && GetLastError() == ERROR_PATH_NOT_FOUND;
+  if (!found) return false;
   if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return false;
   stamp.size = join_words(data.nFileSizeHigh, data.nFileSizeLow);
   stamp.last_write_time = join_words(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);

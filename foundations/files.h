@@ -25,7 +25,9 @@ struct FileStamp {
 // True for anything that exists and is not a folder.
 [[nodiscard]] bool is_file(const std::wstring& path);
 
-// One attribute query, no open. Fails for a folder and for a file that is not there.
+// One attribute query, no open. Fails for a folder and for a file that is not there; `folder_is_missing` then tells
+// whether that is because its folder is not there either.
+[[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp, bool& folder_is_missing);
 [[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp);
 
 // Makes the folder and its missing parents. Succeeds when it already exists; fails when a file has its name.

@@ -15,28 +15,27 @@ namespace kvx {
 namespace {
 
 constexpr size_t memory_chunk_bytes = 262144;
-constexpr size_t download_chunk_bytes = 1048576;
 
 constexpr uint32_t http_ok = 200;
 constexpr uint32_t http_partial_content = 206;
 constexpr uint32_t http_range_not_satisfiable = 416;
 
-// Fills `got` with the bytes read into `buffer`, 0 at the end of the body.
-bool read_chunk(const HttpSession& session, const HttpRequest& request, std::vector<uint8_t>& buffer, size_t& got,
+// Reads at most `count` bytes and fills `got` with their number, 0 at the end of the body.
+bool read_chunk(const HttpSession& session, const HttpRequest& request, uint8_t* bytes, size_t count, size_t& got,
                 const char* step, std::string& error) {
   const NetworkCall call(session);
   // A read waits until all that it asks for has come. Asking for what is there already makes a cancel, the progress and
-  // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there.
+  // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there. A single
+  // byte is not worth the question.
   DWORD available = 0;
-  DWORD count = 0;
-  const auto whole = static_cast<DWORD>(buffer.size());
-  if (WinHttpQueryDataAvailable(request.request.get(), &available) == 0 ||
-      WinHttpReadData(request.request.get(), buffer.data(), available == 0 ? whole : std::min(available, whole),
-                      &count) == 0) {
+  DWORD read = 0;
+  const auto most = static_cast<DWORD>(count);
+  if ((count > 1 && WinHttpQueryDataAvailable(request.request.get(), &available) == 0) ||
+      WinHttpReadData(request.request.get(), bytes, available == 0 ? most : std::min(available, most), &read) == 0) {
     error = describe_http_error(step, GetLastError());
     return false;
   }
-  got = count;
+  got = read;
   return true;
 }
 
@@ -45,7 +44,7 @@ bool read_body(const HttpSession& session, const HttpRequest& request, std::stri
   std::vector<uint8_t> buffer(memory_chunk_bytes);
   for (;;) {
     size_t got = 0;
-    if (!read_chunk(session, request, buffer, got, "read", error)) return false;
+    if (!read_chunk(session, request, buffer.data(), buffer.size(), got, "read", error)) return false;
     if (got == 0) return true;
     if (body.size() + got > max_bytes) {
       error = "response is larger than expected";
@@ -66,8 +65,13 @@ std::string leading_number(const std::wstring& text) {
 class RangeDownload {
  public:
   RangeDownload(uint64_t offset, uint64_t total_size, const TransferSink& sink, const std::atomic<bool>* cancel_flag,
-                std::string& error)
-      : offset_(offset), total_size_(total_size), sink_(sink), cancel_flag_(cancel_flag), error_(error) {}
+                ReceiveBuffer& buffer, std::string& error)
+      : offset_(offset),
+        total_size_(total_size),
+        sink_(sink),
+        cancel_flag_(cancel_flag),
+        buffer_(buffer),
+        error_(error) {}
 
   TransferResult run(const HttpSession& session, const std::wstring& url, uint32_t& http_status) {
     http_status = 0;
@@ -87,7 +91,7 @@ class RangeDownload {
   }
 
   [[nodiscard]] std::wstring range_header() const {
-    return offset_ == 0 ? std::wstring() : L"Range: bytes=" + std::to_wstring(offset_) + L"-\r\n";
+    return offset_ == 0 ? std::wstring() : L"Range: bytes=" + to_wide(std::to_string(offset_)) + L"-\r\n";
   }
 
   TransferResult check_response(uint32_t status) {
@@ -124,26 +128,39 @@ class RangeDownload {
   }
 
   TransferResult receive(const HttpSession& session) {
-    std::vector<uint8_t> buffer(download_chunk_bytes);
+    buffer_.open(sink_, total_size_ - offset_);
+    const TransferResult result = receive_body(session);
+    const bool all_stored = buffer_.close();
+    return all_stored || result == TransferResult::cancelled ? result : refused_by_sink();
+  }
+
+  TransferResult receive_body(const HttpSession& session) {
     uint64_t remaining = total_size_ - offset_;
     for (;;) {
       if (cancel_flag_ != nullptr && cancel_flag_->load()) return fail(TransferResult::cancelled, "cancelled");
       size_t got = 0;
-      if (!read_chunk(session, request_, buffer, got, "download", error_)) return TransferResult::network;
+      // After the last byte only the end of the body is still to be read, by which the connection can serve again.
+      const ReceiveBuffer::Space space = buffer_.free_space();
+      if (!read_chunk(session, request_, space.bytes, remaining == 0 ? 1 : space.count, got, "download", error_)) {
+        return TransferResult::network;
+      }
       if (got == 0) {
         if (remaining == 0) return TransferResult::ok;
         return fail(TransferResult::network, "the connection closed before the download finished");
       }
       if (got > remaining) return fail(TransferResult::protocol, "the server sent more data than expected");
-      if (!sink_(buffer.data(), got)) return fail(TransferResult::write_failed, "could not write the downloaded data");
+      if (!buffer_.add(got)) return refused_by_sink();
       remaining -= got;
     }
   }
+
+  TransferResult refused_by_sink() { return fail(TransferResult::write_failed, "could not write the downloaded data"); }
 
   uint64_t offset_;
   uint64_t total_size_;
   const TransferSink& sink_;
   const std::atomic<bool>* cancel_flag_;
+  ReceiveBuffer& buffer_;
   std::string& error_;
   HttpRequest request_;
 };
@@ -167,9 +184,9 @@ int32_t fetch_to_memory(const HttpSession& session, const std::wstring& url, std
 }
 
 TransferResult download_range(const HttpSession& session, const std::wstring& url, uint64_t offset, uint64_t total_size,
-                              const TransferSink& sink, const std::atomic<bool>* cancel_flag, uint32_t& http_status,
-                              std::string& error) {
-  return RangeDownload(offset, total_size, sink, cancel_flag, error).run(session, url, http_status);
+                              const TransferSink& sink, const std::atomic<bool>* cancel_flag, ReceiveBuffer& buffer,
+                              uint32_t& http_status, std::string& error) {
+  return RangeDownload(offset, total_size, sink, cancel_flag, buffer, error).run(session, url, http_status);
 }
 
 }  // namespace kvx

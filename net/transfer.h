@@ -5,10 +5,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "net/http_session.h"
+#include "net/receive_buffer.h"
 
 namespace kvx {
 
@@ -31,14 +31,12 @@ enum class TransferResult : uint8_t {
   protocol,        // the URL was refused, or the response contradicts what was asked for
 };
 
-// Stores a chunk; true when it did. The bytes are valid during the call only.
-using TransferSink = std::function<bool(const uint8_t* bytes, size_t count)>;
-
-// Fetches the bytes from `offset` to the end of a file of `total_size` bytes and passes them to `sink` in order.
-// `cancel_flag` may be null; it is looked at before every chunk. `http_status` is 0 until there is a response.
+// Fetches the bytes from `offset` to the end of a file of `total_size` bytes and passes them to `sink` in order,
+// through `buffer`. `cancel_flag` may be null; it is looked at before every read. `http_status` is 0 until there is a
+// response.
 [[nodiscard]] TransferResult download_range(const HttpSession& session, const std::wstring& url, uint64_t offset,
                                             uint64_t total_size, const TransferSink& sink,
-                                            const std::atomic<bool>* cancel_flag, uint32_t& http_status,
-                                            std::string& error);
+                                            const std::atomic<bool>* cancel_flag, ReceiveBuffer& buffer,
+                                            uint32_t& http_status, std::string& error);
 
 }  // namespace kvx

@@ -31,7 +31,7 @@ TransferThreads::~TransferThreads() {
   for (const KernelHandle& thread : threads_left_) WaitForSingleObject(thread.get(), INFINITE);
 }
 
-bool TransferThreads::run(size_t count, const std::function<void()>& body) {
+bool TransferThreads::run(size_t count, const std::function<void()>& body, const std::function<void()>& while_waiting) {
   if (stop_.requested()) return false;
   auto shared_body = std::make_unique<Body>(body);
   std::vector<KernelHandle> threads = start(count, *shared_body);
@@ -39,7 +39,7 @@ bool TransferThreads::run(size_t count, const std::function<void()>& body) {
     body();
     return true;
   }
-  if (wait_or_leave(threads)) return true;
+  if (wait_or_leave(threads, while_waiting)) return true;
   bodies_left_.push_back(std::move(shared_body));
   std::move(threads.begin(), threads.end(), std::back_inserter(threads_left_));
   return false;
@@ -64,10 +64,14 @@ std::vector<KernelHandle> TransferThreads::start(size_t count, Body& body) {
 
 // A thread outside the network, one that writes a chunk for example, is always waited for: it looks for a stop before
 // it does anything else.
-bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads) const {
+bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads,
+                                    const std::function<void()>& while_waiting) const {
   int polls_since_stop = 0;
   while (!wait_for_all(threads, poll_ms)) {
-    if (!stop_.requested()) continue;
+    if (!stop_.requested()) {
+      while_waiting();
+      continue;
+    }
     ++polls_since_stop;
     if (polls_since_stop >= polls_before_leaving && session_.calls_under_way() >= count_running(threads)) return false;
   }

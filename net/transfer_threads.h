@@ -29,8 +29,10 @@ class TransferThreads {
 
   // Runs `body` on `count` threads at once, on fewer where the system gives no more, and on the calling thread where it
   // gives none. True when all have returned; false when a stop was requested, and either none was started or some were
-  // left behind. The body must return soon after a stop, except from inside a network call.
-  [[nodiscard]] bool run(size_t count, const std::function<void()>& body);
+  // left behind. The body must return soon after a stop, except from inside a network call. Until a stop, the calling
+  // thread calls `while_waiting` every 50 ms; it does not where it runs the body itself.
+  [[nodiscard]] bool run(
+      size_t count, const std::function<void()>& body, const std::function<void()>& while_waiting = [] {});
 
   [[nodiscard]] bool has_left_behind() const;
 
@@ -39,7 +41,8 @@ class TransferThreads {
 
   static unsigned __stdcall run_body(void* body);
   [[nodiscard]] static std::vector<KernelHandle> start(size_t count, Body& body);
-  [[nodiscard]] bool wait_or_leave(const std::vector<KernelHandle>& threads) const;
+  [[nodiscard]] bool wait_or_leave(const std::vector<KernelHandle>& threads,
+                                   const std::function<void()>& while_waiting) const;
 
   const HttpSession& session_;
   const StopSignal& stop_;

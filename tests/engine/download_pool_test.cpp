@@ -64,6 +64,28 @@ TEST_F(DownloadPool, BringsEveryBlob) {
   EXPECT_FALSE(stop_workers_);
 }
 
+TEST_F(DownloadPool, StoresWhatHasComeWhileItWaitsForMore) {
+  constexpr size_t pieces = 30;  // the first may come before anything is gathered
+  constexpr size_t piece_bytes = 10000;
+  const std::string content = content_of(pieces * piece_bytes);
+  std::vector<Gate> gates(pieces);
+  ScriptedResponse response(headers_for(content.size()));
+  for (size_t i = 0; i < pieces; ++i) response.then(content.substr(0, piece_bytes)).wait_for(gates[i]);
+  server_.script(path_of(content.size()), {response});
+  std::jthread user([&] {
+    for (size_t i = 0; i < pieces; ++i) {
+      const uint64_t expected = (i + 1) * piece_bytes;
+      for (const uint64_t end = GetTickCount64() + 20000; ui_.progress_done < expected;) {
+        if (GetTickCount64() > end) break;
+        Sleep(1);
+      }
+      EXPECT_EQ(ui_.progress_done, expected);
+      gates[i].open();
+    }
+  });
+  EXPECT_EQ(download({content.size()}), "");
+}
+
 TEST_F(DownloadPool, HasNothingToDoWithoutBlobs) {
   EXPECT_EQ(download({}), "");
   EXPECT_THAT(server_.requests(), IsEmpty());

@@ -24,7 +24,7 @@ class SelfUpdate : public DownloadTest {
 
   SelfUpdateResult update(const LauncherEntry& entry, bool self_updated = false) {
     const auto download = [this](const std::string& hash, uint64_t size, std::string& error) {
-      return download_blob(context_, {hash, size}, error);
+      return download_blob(context_, {hash, size}, buffer_, error);
     };
     return update_launcher(
         {ui_, store_, download, self_path_, install_dir_, own_version, self_updated, options_, arguments_}, entry);

@@ -85,6 +85,22 @@ TEST_F(FilesTest, StampHasSizeTimeAndAttributes) {
   EXPECT_FALSE(file_stamp(folder / L"missing", stamp));
 }
 
+TEST_F(FilesTest, StampTellsWhetherTheFolderIsMissingToo) {
+  const std::wstring name = file(L"sub\\f", "x");
+  FileStamp stamp;
+  bool folder_is_missing = true;
+  EXPECT_TRUE(file_stamp(name, stamp, folder_is_missing));
+  EXPECT_FALSE(folder_is_missing);
+  folder_is_missing = true;
+  EXPECT_FALSE(file_stamp(folder / L"sub", stamp, folder_is_missing));
+  EXPECT_FALSE(folder_is_missing);
+  folder_is_missing = true;
+  EXPECT_FALSE(file_stamp(folder / L"sub\\missing", stamp, folder_is_missing));
+  EXPECT_FALSE(folder_is_missing);
+  EXPECT_FALSE(file_stamp(folder / L"missing\\f", stamp, folder_is_missing));
+  EXPECT_TRUE(folder_is_missing);
+}
+
 TEST_F(FilesTest, StampHasTheWholeSizeOfALargeFile) {
   constexpr uint64_t size = (uint64_t{5} << 30) + 7;
   FileStamp stamp;

@@ -93,9 +93,10 @@ class UntrustedSite : public testing::Test {
       return true;
     };
     return download_range(session_, to_wide(environment("KVX_SITE_URL") + name), offset, total_size, sink, nullptr,
-                          http_status_, error_);
+                          buffer_, http_status_, error_);
   }
 
+  ReceiveBuffer buffer_;
   const std::string manifest_ = "{\"product\": \"kvx\"}";
   const std::string blob_ = std::string(3000000, 'a') + "the end";
   HttpSession session_;

@@ -168,9 +168,10 @@ class DownloadRange : public Transfer {
       return chunks_ != refused_chunk_;
     };
     return download_range(session_, url_.empty() ? server_.url("blob") : url_, offset, total_size, sink, cancel_flag,
-                          http_status_, error_);
+                          buffer_, http_status_, error_);
   }
 
+  ReceiveBuffer buffer_;
   std::wstring url_;
   std::string received_;
   size_t chunks_ = 0;
@@ -445,9 +446,10 @@ TEST_F(DownloadRange, ThreeThreadsShareOneSession) {
           received[i].append(bytes, bytes + count);
           return true;
         };
+        ReceiveBuffer buffer;
         uint32_t status = 0;
-        results[i] =
-            download_range(session_, server_.url("blob"), i * 1000, file.size(), sink, nullptr, status, errors[i]);
+        results[i] = download_range(session_, server_.url("blob"), i * 1000, file.size(), sink, nullptr, buffer, status,
+                                    errors[i]);
       });
     }
   }

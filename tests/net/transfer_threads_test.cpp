@@ -89,6 +89,19 @@ TEST_F(TransferThreadsTest, DoNotStartAfterAStop) {
   EXPECT_FALSE(threads_.has_left_behind());
 }
 
+TEST_F(TransferThreadsTest, LetTheCallerDoSomethingWhileItWaits) {
+  std::atomic<size_t> calls{0};
+  const DWORD caller = GetCurrentThreadId();
+  const auto until_called_twice = [&] {
+    for (const uint64_t end = GetTickCount64() + 20000; calls < 2 && GetTickCount64() < end;) Sleep(1);
+  };
+  EXPECT_TRUE(threads_.run(2, until_called_twice, [&] {
+    EXPECT_EQ(GetCurrentThreadId(), caller);
+    ++calls;
+  }));
+  EXPECT_GE(calls, 2U);
+}
+
 TEST_F(TransferThreadsTest, LeaveAFetchThatWaitsForTheNetworkBehind) {
   const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\n";
   for (const std::string& before : {std::string(), head.substr(0, 20), head, head + "bo"}) {

@@ -225,10 +225,11 @@ class WinHttpCalls : public testing::Test {
   }
 
   TransferResult download(uint64_t offset, uint64_t total_size, const std::atomic<bool>* cancel_flag = nullptr) {
-    return download_range(session_, L"url", offset, total_size, sink_, cancel_flag, http_status_, error_);
+    return download_range(session_, L"url", offset, total_size, sink_, cancel_flag, buffer_, http_status_, error_);
   }
 
   FakeWinHttp fake_;
+  ReceiveBuffer buffer_;
   std::vector<std::wstring> texts_;
   HttpSession session_;
   std::string error_;
@@ -553,7 +554,7 @@ TEST_F(WinHttpCalls, DownloadPassesItsOneBufferOf1MiBToTheSinkWithoutACopy) {
   fake_.chunks = {std::string(1048576, 'a'), "b", std::string(1048576, 'c')};
   EXPECT_EQ(download(0, 2097153), TransferResult::ok) << error_;
   EXPECT_EQ(received_, std::string(1048576, 'a') + "b" + std::string(1048576, 'c'));
-  EXPECT_THAT(fake_.read_sizes, ElementsAre(1048576, 1, 1048576, 1048576));
+  EXPECT_THAT(fake_.read_sizes, ElementsAre(1048576, 1, 1048576, 1));  // the last only finds the end
   EXPECT_THAT(fake_.read_buffers, testing::Each(fake_.read_buffers[0]));
   EXPECT_THAT(sink_buffers_, ElementsAre(fake_.read_buffers[0], fake_.read_buffers[0], fake_.read_buffers[0]));
   EXPECT_EQ(http_status_, 200U);

@@ -69,7 +69,9 @@ class UrlSite : public SiteReader {
                                   Failure& failure) override {
     std::string error;
     uint32_t status = 0;
-    const TransferResult result = download_range(session_, url_of(relative), 0, size, sink, nullptr, status, error);
+    ReceiveBuffer buffer;
+    const TransferResult result =
+        download_range(session_, url_of(relative), 0, size, sink, nullptr, buffer, status, error);
     if (result == TransferResult::ok) return true;
     if (result == TransferResult::write_failed) error = "stopped";
     return fail(ExitCode::failed, name_of(relative) + ": " + error, failure);
