@@ -121,7 +121,7 @@ class SelfUpdate {
 
   [[nodiscard]] std::wstring command_line() const {
     std::wstring line = quote_argument(context_.self_path);
-    line += L" --self-updated --wait-pid=" + std::to_wstring(GetCurrentProcessId());
+    line += L" --self-updated --wait-pid=" + to_wide(std::to_string(GetCurrentProcessId()));
     for (const std::wstring& option : context_.forwarded_options) line += L' ' + quote_argument(option);
     if (!context_.passthrough_args.empty()) line += L" --";
     for (const std::wstring& argument : context_.passthrough_args) line += L' ' + quote_argument(argument);

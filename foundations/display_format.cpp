@@ -1,7 +1,9 @@
 #include "foundations/display_format.h"
 
-#include <cwchar>
+#include <cstdio>
 #include <iterator>
+
+#include "foundations/text.h"
 
 namespace kvx {
 namespace {
@@ -20,27 +22,27 @@ std::wstring format_size(uint64_t bytes) {
   constexpr uint64_t mb = 1ULL << 20;
   constexpr uint64_t gb = 1ULL << 30;
   const auto count = static_cast<double>(bytes);
-  wchar_t text[text_buffer_chars];
+  char text[text_buffer_chars];  // narrow: wide printing would make the program 20 KB larger
   if (bytes >= gb) {
-    std::swprintf(text, std::size(text), L"%.2f GB", count * (1.0 / gb));
+    std::snprintf(text, std::size(text), "%.2f GB", count * (1.0 / gb));
   } else if (bytes >= mb) {
-    std::swprintf(text, std::size(text), L"%.1f MB", count * (1.0 / mb));
+    std::snprintf(text, std::size(text), "%.1f MB", count * (1.0 / mb));
   } else if (bytes >= kb) {
-    std::swprintf(text, std::size(text), L"%.0f KB", count * (1.0 / kb));
+    std::snprintf(text, std::size(text), "%.0f KB", count * (1.0 / kb));
   } else {
-    std::swprintf(text, std::size(text), L"%llu bytes", bytes);
+    std::snprintf(text, std::size(text), "%llu bytes", bytes);
   }
-  return text;
+  return to_wide(text);
 }
 
 std::wstring format_duration(double seconds) {
   constexpr double longest_shown_seconds = 360000;
   if (!(seconds >= 0) || seconds > longest_shown_seconds) return {};  // also refuses a NaN
-  wchar_t text[text_buffer_chars];
+  char text[text_buffer_chars];
   if (seconds < 60) {
-    std::swprintf(text, std::size(text), L"about %d s", rounded(seconds));
+    std::snprintf(text, std::size(text), "about %d s", rounded(seconds));
   } else if (seconds < 3600) {
-    std::swprintf(text, std::size(text), L"about %d min", rounded(seconds / 60));
+    std::snprintf(text, std::size(text), "about %d min", rounded(seconds / 60));
   } else {
     int hours = static_cast<int>(seconds / 3600);
     int minutes = rounded((seconds - hours * 3600.0) / 60);
@@ -48,9 +50,9 @@ std::wstring format_duration(double seconds) {
       ++hours;
       minutes = 0;
     }
-    std::swprintf(text, std::size(text), L"about %d h %02d min", hours, minutes);
+    std::snprintf(text, std::size(text), "about %d h %02d min", hours, minutes);
   }
-  return text;
+  return to_wide(text);
 }
 
 }  // namespace kvx

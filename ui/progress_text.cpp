@@ -1,6 +1,7 @@
 #include "ui/progress_text.h"
 
 #include "foundations/display_format.h"
+#include "foundations/text.h"
 
 namespace kvx {
 namespace {
@@ -50,7 +51,7 @@ std::wstring progress_detail(const ProgressCounters& progress, const std::wstrin
       return L"Checked " + format_size(progress.done) + L" of " + format_size(progress.total);
     case ProgressMode::transfer: return transfer_detail(progress.done, progress.total, rate);
     case ProgressMode::files:
-      return L"File " + std::to_wstring(progress.done) + L" of " + std::to_wstring(progress.total);
+      return to_wide("File " + std::to_string(progress.done) + " of " + std::to_string(progress.total));
     case ProgressMode::busy:
     default: return given;
   }
