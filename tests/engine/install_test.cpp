@@ -316,6 +316,23 @@ TEST_F(InstallStep, ReplacesReadOnlyFilesAndDeletesReadOnlyRemovals) {
   EXPECT_THAT(ui_.prompts(), IsEmpty());
 }
 
+TEST_F(InstallStep, MakesAFolderAgainThatIsGoneWhenTheUserRetries) {
+  const ReleaseBuilder release = ReleaseBuilder().file("data/a", "new a");
+  const std::wstring target = game(L"data\\a");
+  write_text(target, "old a");
+  FileLock lock(target, FILE_SHARE_READ);
+  ui_.on_prompt([&](const UiEvent&) {
+    if (!exists(target)) return button_cancel;
+    lock.release();
+    EXPECT_TRUE(DeleteFileW(long_path(target).c_str()));
+    EXPECT_TRUE(RemoveDirectoryW(long_path(game(L"data")).c_str()));
+    return button_retry;
+  });
+  EXPECT_EQ(install_all(release), "");
+  EXPECT_EQ(ui_.prompts().size(), 1U);
+  EXPECT_EQ(read_text(target), "new a");
+}
+
 TEST_F(InstallStep, AsksAboutARemovalUntilItIsGone) {
   write_text(game(L"data\\old.pak"), "old");
   write_text(game(L"data\\next.pak"), "next");

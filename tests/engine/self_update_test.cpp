@@ -127,7 +127,7 @@ TEST_F(SelfUpdate, EndsTheRunWhenTheUserCancelsTheDownload) {
 TEST_F(SelfUpdate, EndsTheRunAtACancelThatComesWithTheLastByte) {
   const LauncherEntry entry = published("1.0.1", no_program);
   const auto cancelled_at_the_end = [this](const std::string& hash, uint64_t size, std::string& error) {
-    const bool finished = download_blob(context_, {hash, size}, error);
+    const bool finished = download_blob(context_, {hash, size}, buffer_, error);
     ui_.cancel_requested = true;
     return finished;
   };
