@@ -152,6 +152,26 @@ TEST(Json, CopiesOnlyStringsThatAreEscaped) {
   EXPECT_FALSE(is_within(*escaped->string(), text));
 }
 
+// Bytes are looked at by the eight.
+TEST(Json, NoticesEachByteWhereverItStands) {
+  for (int byte = 0; byte < 0x100; ++byte) {
+    for (size_t position = 0; position < 20; ++position) {
+      std::string content(24, 'x');
+      content[position] = static_cast<char>(byte);
+      const std::string text = '"' + content + '"';
+      if (byte == '"') {
+        EXPECT_EQ(error_of(text), "trailing data after JSON value");
+      } else if (byte == '\\') {
+        EXPECT_EQ(error_of(text), "bad escape at offset " + std::to_string(position + 3));
+      } else if (byte < 0x20) {
+        EXPECT_EQ(error_of(text), "control character in string at offset " + std::to_string(position + 2)) << byte;
+      } else {
+        EXPECT_EQ(*parsed(text)->string(), content) << byte;
+      }
+    }
+  }
+}
+
 TEST(Json, StaysInPlaceWhenTheDocumentIsMoved) {
   const std::string text = R"(["short\n","a longer text\nwith an escape",[1]])";
   JsonDocument document;
@@ -161,6 +181,7 @@ TEST(Json, StaysInPlaceWhenTheDocumentIsMoved) {
   const std::vector<const JsonValue*> before = elements_of(root);
   const std::string_view text_before = *before[0]->string();
   const JsonDocument moved = std::move(document);
+  document = JsonDocument();
   EXPECT_EQ(&moved.root(), &root);
   EXPECT_EQ(elements_of(moved.root()), before);
   EXPECT_EQ(before[0]->string()->data(), text_before.data());
