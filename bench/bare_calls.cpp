@@ -213,12 +213,12 @@ void hash(const std::vector<File>& files) {
 }
 
 void ask_for_attributes(const std::vector<File>& files) {
-  const Stopwatch stopwatch;
-  for (const File& file : files) {
-    WIN32_FILE_ATTRIBUTE_DATA data;
-    if (GetFileAttributesExW(file.target.c_str(), GetFileExInfoStandard, &data) == 0) give_up("GetFileAttributesExW");
-  }
-  stopwatch.print();
+  kvx::bench::print_best_pass([&] {
+    for (const File& file : files) {
+      WIN32_FILE_ATTRIBUTE_DATA data;
+      if (GetFileAttributesExW(file.target.c_str(), GetFileExInfoStandard, &data) == 0) give_up("GetFileAttributesExW");
+    }
+  });
 }
 
 }  // namespace

@@ -79,9 +79,10 @@ int check(const std::wstring& folder) {
   const std::atomic<bool> stop_workers{false};
   const kvx::StopSignal stop(ui.cancel_requested, stop_workers);
   std::vector<uint64_t> to_replace;
-  const Stopwatch stopwatch;
-  const bool checked = kvx::check_installed_files({ui, stop, cache, folder, false}, manifest, to_replace);
-  stopwatch.print();
+  bool checked = true;
+  kvx::bench::print_best_pass([&] {
+    checked = kvx::check_installed_files({ui, stop, cache, folder, false}, manifest, to_replace) && checked;
+  });
   return checked && to_replace.empty() ? 0 : fail("the files do not count as up to date");
 }
 

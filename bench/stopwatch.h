@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace kvx::bench {
@@ -23,5 +24,19 @@ class Stopwatch {
  private:
   double start_ = now_seconds();
 };
+
+// For work that takes some milliseconds: prints the seconds of the best of several passes, which other work on the
+// machine disturbs least.
+template <typename Work>
+void print_best_pass(Work work) {
+  constexpr int passes = 7;
+  double best = 1e9;
+  for (int pass = 0; pass < passes; ++pass) {
+    const double start = now_seconds();
+    work();
+    best = std::min(best, now_seconds() - start);
+  }
+  std::printf("%.6f\n", best);
+}
 
 }  // namespace kvx::bench
