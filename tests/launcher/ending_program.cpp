@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <map>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -13,9 +14,8 @@
 namespace {
 
 void exhaust_memory() {
-  constexpr size_t more_than_any_machine_has = size_t{1} << 46U;
-  const std::string bytes(more_than_any_machine_has, 'x');
-  kvx::log::write("%c", bytes.back());
+  constexpr size_t more_than_can_be_addressed = size_t{1} << 62U;
+  ::operator delete(::operator new(more_than_can_be_addressed));
 }
 
 void throw_an_exception() { throw std::runtime_error("nobody expects this"); }
