@@ -26,7 +26,7 @@ class Sha256Text {
   friend bool operator==(const Sha256Text& a, std::string_view b) { return std::string_view(a) == b; }
 
  private:
-  std::array<char, length> digits_;
+  std::array<char, length> digits_{};
 };
 
 }  // namespace kvx

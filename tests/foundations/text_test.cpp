@@ -116,7 +116,7 @@ TEST(EqualsIgnoreCase, AgreesWithTheSystem) {
   }
   const std::vector<std::wstring> texts = random_texts<std::wstring>(20000, 0x10000);
   std::mt19937 random(2);
-  for (std::wstring text : texts) {
+  for (const std::wstring& text : texts) {
     std::wstring other = text;
     for (wchar_t& c : other) {
       if (random() % 3 == 0) c = static_cast<wchar_t>(c ^ 0x20);
