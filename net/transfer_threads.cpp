@@ -73,7 +73,8 @@ bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads,
       continue;
     }
     ++polls_since_stop;
-    if (polls_since_stop >= polls_before_leaving && session_.calls_under_way() >= count_running(threads)) return false;
+    const size_t running = count_running(threads);  // none when the last has just ended
+    if (polls_since_stop >= polls_before_leaving && running > 0 && session_.calls_under_way() >= running) return false;
   }
   return true;
 }
