@@ -4,8 +4,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
 
-rows=(repair-small repair-large install-small install-large install-mixed start start-whole)
-[ ! -e bench/manifest_speed.cpp ] || rows+=(manifest)
+rows=(repair-small repair-large install-small install-large install-mixed start start-whole manifest)
 
 usage() {
   cat <<USAGE
@@ -49,7 +48,7 @@ finish() {
   rm -rf "$table" "$errors" "$folder/installed" "$folder/times"
 }
 trap finish EXIT
-trap 'exit 130' INT TERM
+trap 'print_table; exit 130' INT TERM  # what was measured so far
 
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "bench.sh: $*"; exit 1; }
