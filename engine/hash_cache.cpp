@@ -15,12 +15,20 @@ constexpr size_t digest_chars = 64;
 constexpr size_t usual_line_bytes = 128;
 
 // The UTF-8 of to_upper(to_wide(path)). For ASCII, which nearly every path is, that needs no conversion.
-std::string entry_key(std::string_view path) {
-  std::string key(path);
+void make_entry_key(std::string_view path, std::string& key) {
+  key = path;
   for (char& c : key) {
-    if (static_cast<unsigned char>(c) >= 0x80) return to_utf8(to_upper(to_wide(path)));
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      key = to_utf8(to_upper(to_wide(path)));
+      return;
+    }
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
   }
+}
+
+std::string entry_key(std::string_view path) {
+  std::string key;
+  make_entry_key(path, key);
   return key;
 }
 
@@ -71,7 +79,8 @@ void HashCache::load_line(std::string_view line) {
 }
 
 const std::string* HashCache::lookup(std::string_view path, uint64_t size, uint64_t last_write_time) const {
-  const auto found = entries_.find(entry_key(path));
+  make_entry_key(path, lookup_key_);
+  const auto found = entries_.find(lookup_key_);
   if (found == entries_.end()) return nullptr;
   const Entry& entry = found->second;
   return entry.size == size && entry.last_write_time == last_write_time ? &entry.sha256 : nullptr;

@@ -43,6 +43,7 @@ class HashCache {
 
   std::wstring path_;
   std::unordered_map<std::string, Entry> entries_;  // by upper-cased path
+  mutable std::string lookup_key_;                  // one for all lookups, which then allocate nothing
   bool dirty_ = false;
 };
 
