@@ -108,7 +108,7 @@ class Downloader {
 
   void fetch(const File& file) {
     const HINTERNET request = ask_for(file.digest);
-    const HANDLE part = CreateFileW(file.partial.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+    HANDLE part = CreateFileW(file.partial.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (part == INVALID_HANDLE_VALUE) give_up("CreateFileW");
     store_body(request, part);
@@ -198,7 +198,7 @@ void hash(const std::vector<File>& files) {
   Hash sha256;
   std::vector<uint8_t> buffer(hash_buffer_bytes);
   for (const File& file : files) {
-    const HANDLE handle = CreateFileW(file.target.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+    HANDLE handle = CreateFileW(file.target.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) give_up("CreateFileW");
     DWORD got = 0;

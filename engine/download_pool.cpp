@@ -63,7 +63,8 @@ class DownloadPool {
 };
 
 struct SingleDownload {
-  SingleDownload(const BlobDownloadContext& its_context, const BlobJob& its_job) : context(its_context), job(its_job) {}
+  SingleDownload(const BlobDownloadContext& its_context, BlobJob its_job)
+      : context(its_context), job(std::move(its_job)) {}
 
   BlobDownloadContext context;
   BlobJob job;

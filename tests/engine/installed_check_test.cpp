@@ -204,7 +204,7 @@ TEST_F(InstalledCheck, SavesADigestThatHasWaitedInTheMiddleOfALargeFile) {
   uint32_t now_ms = 0;
   uint64_t hashed_when_saved = 0;
   clock_.on_look([&] {
-    if (hashed_when_saved == 0 && remembered("second") != "") hashed_when_saved = ui_.progress_done;
+    if (hashed_when_saved == 0 && !remembered("second").empty()) hashed_when_saved = ui_.progress_done;
     clock_.set_tick_count_ms(now_ms += ui_.progress_done > 11 ? 10000U : 1000U);  // a save takes as long
   });
   EXPECT_EQ(check(release), std::vector<uint64_t>());
