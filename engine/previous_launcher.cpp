@@ -1,6 +1,6 @@
 #include "engine/previous_launcher.h"
 
-#include <cstdint>
+#include <windows.h>
 
 #include "foundations/clock.h"
 #include "foundations/error_text.h"
@@ -24,6 +24,15 @@ bool delete_patiently(const std::wstring& path) {
   return false;
 }
 
+std::wstring installed_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.exe"; }
+
+// The path with the file's long name, which may have been started by its short one.
+std::wstring with_long_name(const std::wstring& path) {
+  std::wstring result(GetLongPathNameW(path.c_str(), nullptr, 0), L'\0');
+  result.resize(GetLongPathNameW(path.c_str(), result.data(), static_cast<DWORD>(result.size())));
+  return result.empty() ? path : join_path(parent_path(path), file_name(result));
+}
+
 }  // namespace
 
 std::wstring previous_launcher_path(const std::wstring& self_path) {
@@ -36,31 +45,40 @@ std::wstring previous_launcher_path(const std::wstring& self_path) {
   return stem + L".old.exe";
 }
 
-namespace {
-
-std::wstring installed_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.exe"; }
-
-}  // namespace
-
 std::wstring new_launcher_path(const std::wstring& install_dir) { return install_dir + L"\\KVXLauncher.new.exe"; }
 
-bool is_left_by_a_self_update(const std::wstring& self_path, const std::wstring& install_dir) {
-  return equals_ignore_case(self_path, new_launcher_path(install_dir)) ||
-         equals_ignore_case(self_path, previous_launcher_path(installed_launcher_path(install_dir)));
+bool runs_as_new_launcher(const std::wstring& self_path, const std::wstring& install_dir) {
+  return equals_ignore_case(with_long_name(self_path), new_launcher_path(install_dir));
+}
+
+bool runs_under_self_update_name(const std::wstring& self_path, const std::wstring& install_dir) {
+  return runs_as_new_launcher(self_path, install_dir) ||
+         equals_ignore_case(with_long_name(self_path), previous_launcher_path(installed_launcher_path(install_dir)));
+}
+
+bool copy_launcher(const std::wstring& from, const std::wstring& target, const std::wstring& temporary,
+                   uint32_t& error) {
+  if (copy_file(from, temporary, error) && flush_file(temporary, error) && move_file(temporary, target, error)) {
+    return true;
+  }
+  uint32_t ignored = 0;
+  static_cast<void>(delete_file(temporary, ignored));
+  return false;
 }
 
 void restore_missing_launcher(const std::wstring& self_path, const std::wstring& install_dir,
                               const std::wstring& temporary) {
-  const std::wstring installed = installed_launcher_path(install_dir);
-  if (!is_left_by_a_self_update(self_path, install_dir) || is_file(installed)) return;
   uint32_t error = 0;
-  if (copy_file(self_path, temporary, error) && flush_file(temporary, error) &&
-      move_file(temporary, installed, error)) {
-    log::write("KVXLauncher.exe was missing: restored from %s", to_utf8(file_name(self_path)).c_str());
+  const std::wstring installed = installed_launcher_path(install_dir);
+  if (!runs_under_self_update_name(self_path, install_dir) || is_file(installed)) {
+    static_cast<void>(delete_file_once(temporary, error));
     return;
   }
-  log::write("KVXLauncher.exe is missing and cannot be restored: %s", error_text(error).c_str());
-  static_cast<void>(delete_file(temporary, error));
+  if (copy_launcher(self_path, installed, temporary, error)) {
+    log::write("KVXLauncher.exe was missing: restored from %s", to_utf8(file_name(self_path)).c_str());
+  } else {
+    log::write("KVXLauncher.exe is missing and cannot be restored: %s", error_text(error).c_str());
+  }
 }
 
 void remove_previous_launcher(const std::wstring& self_path, const std::wstring& install_dir) {
@@ -68,10 +86,9 @@ void remove_previous_launcher(const std::wstring& self_path, const std::wstring&
   if (is_file(previous) && delete_patiently(previous)) {
     log::write("removed previous launcher %s", to_utf8(previous).c_str());
   }
-  const std::wstring new_file = new_launcher_path(install_dir);
-  if (equals_ignore_case(self_path, new_file)) return;  // a running program's file cannot be deleted
+  if (runs_as_new_launcher(self_path, install_dir)) return;  // a running program's file cannot be deleted
   uint32_t error = 0;
-  static_cast<void>(delete_file(new_file, error));
+  static_cast<void>(delete_file(new_launcher_path(install_dir), error));
 }
 
 }  // namespace kvx

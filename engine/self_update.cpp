@@ -58,7 +58,8 @@ class SelfUpdate {
       log::write("launcher was just updated but the manifest still names a newer one: not updating again");
       return false;
     }
-    if (is_left_by_a_self_update(context_.self_path, context_.install_dir)) {
+    // Its file is the one that a new launcher is placed at. KVXLauncher.exe updates itself when it is started.
+    if (runs_as_new_launcher(context_.self_path, context_.install_dir)) {
       log::write("launcher runs as %s: not updating it", to_utf8(file_name(context_.self_path)).c_str());
       return false;
     }
@@ -136,13 +137,33 @@ class SelfUpdate {
       log::write("self-update: cannot move the new launcher away: %s", error_text(error).c_str());
     }
     restore_previous_file();
-    delete_new_file();
+    if (is_file(context_.self_path)) delete_new_file();
   }
 
+  // Where the previous file cannot be moved back, some launcher still has to stay at the own path.
   void restore_previous_file() {
     uint32_t error = 0;
-    if (!move_file(previous_path_, context_.self_path, error)) {
-      log::write("self-update: cannot restore the previous launcher: %s", error_text(error).c_str());
+    if (move_file(previous_path_, context_.self_path, error)) return;
+    log::write("self-update: cannot restore the previous launcher: %s", error_text(error).c_str());
+    if (!is_file(context_.self_path) && !copy_previous_file()) keep_new_file();
+  }
+
+  bool copy_previous_file() {
+    uint32_t error = 0;
+    if (copy_launcher(previous_path_, context_.self_path, context_.temporary, error)) {
+      log::write("self-update: copied the previous launcher back");
+      return true;
+    }
+    log::write("self-update: cannot copy the previous launcher back: %s", error_text(error).c_str());
+    return false;
+  }
+
+  void keep_new_file() {
+    uint32_t error = 0;
+    if (move_file(new_path_, context_.self_path, error)) {
+      log::write("self-update: the new launcher stays");
+    } else {
+      log::write("self-update: no launcher is left at its place: %s", error_text(error).c_str());
     }
   }
 

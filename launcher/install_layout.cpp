@@ -24,6 +24,7 @@ InstallLayout make_install_layout(const std::wstring& module_path) {
   layout.staging_dir = layout.install_dir + L"\\.kvx_patch";
   layout.download_dir = layout.staging_dir + L"\\dl";
   layout.blobs_dir = layout.staging_dir + L"\\blobs";
+  layout.launcher_copy = layout.staging_file(L"KVXLauncher.exe.tmp");
   return layout;
 }
 

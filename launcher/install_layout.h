@@ -14,6 +14,8 @@ struct InstallLayout {
   std::wstring download_dir;  // staging_dir + "\dl"
   std::wstring blobs_dir;     // staging_dir + "\blobs"
 
+  std::wstring launcher_copy;  // staging_dir + "\KVXLauncher.exe.tmp": the launcher's file until it is moved into place
+
   // A file of the launcher's own, in the staging folder.
   [[nodiscard]] std::wstring staging_file(const wchar_t* name) const { return staging_dir + L'\\' + name; }
 };

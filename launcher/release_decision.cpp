@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "engine/previous_launcher.h"
 #include "engine/self_update.h"
 #include "foundations/display_format.h"
 #include "foundations/log.h"
@@ -123,6 +124,7 @@ RunOutcome Updater::update_launcher(const LauncherEntry& entry) {
       [this](const std::string& hash, uint64_t size, std::string& error) { return download_blob(hash, size, error); },
       layout_.self_path,
       layout_.install_dir,
+      layout_.launcher_copy,
       launcher_version(),
       options_.self_updated,
       options_.forwarded_options,
@@ -197,8 +199,11 @@ bool Updater::confirm_first_install(const Manifest& manifest, const WorkList& wo
 
 bool Updater::has_other_files() const {
   const std::vector<std::wstring> names = list_folder(layout_.install_dir);
-  return std::any_of(names.begin(), names.end(), [this](const std::wstring& name) {
-    return !equals_ignore_case(name, layout_.self_name) && !equals_ignore_case(name, L".kvx_patch");
+  // Under such a name this launcher may have put KVXLauncher.exe there itself.
+  const bool made_another = runs_under_self_update_name(layout_.self_path, layout_.install_dir);
+  return std::any_of(names.begin(), names.end(), [&](const std::wstring& name) {
+    return !equals_ignore_case(name, layout_.self_name) && !equals_ignore_case(name, L".kvx_patch") &&
+           !(made_another && equals_ignore_case(name, L"KVXLauncher.exe"));
   });
 }
 

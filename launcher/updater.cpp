@@ -45,7 +45,7 @@ RunOutcome Updater::run() {
   store_ = BlobStore(layout_.download_dir, layout_.blobs_dir);
   store_.create_folders();
   load_state();
-  restore_missing_launcher(layout_.self_path, layout_.install_dir, layout_.download_dir + L"\\KVXLauncher.exe");
+  restore_missing_launcher(layout_.self_path, layout_.install_dir, layout_.launcher_copy);
   remove_previous_launcher(layout_.self_path, layout_.install_dir);
   if (const RunOutcome outcome = settle_channel(); outcome != RunOutcome::success) return outcome;
   if (const RunOutcome outcome = settle_server(); outcome != RunOutcome::success) return outcome;

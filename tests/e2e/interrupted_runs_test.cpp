@@ -352,18 +352,27 @@ TEST_P(InterruptedRun, KilledBetweenTheMovesOfASelfUpdateStartsOver) {
 TEST_P(InterruptedRun, ASelfUpdateWithoutItsProgramIsRepairedByStartingWhatIsLeft) {
   const std::string next = read_text(full_path(to_wide(build_path(KVX_NEXT_LAUNCHER_PROGRAM))));
   const ReleaseBuilder release = second_release().launcher("1.0.1", next);
-  for (const char* left : {"KVXLauncher.old.exe", "KVXLauncher.new.exe"}) {
-    SCOPED_TRACE(left);
+  struct Case {
+    std::string left;
+    ReleaseBuilder published;
+    std::vector<std::string> then_logged;
+  };
+  for (const Case& c :
+       {Case{"KVXLauncher.old.exe", second_release(), {}},
+        Case{"KVXLauncher.new.exe", release, {"launcher runs as KVXLauncher.new.exe: not updating it"}}}) {
+    SCOPED_TRACE(c.left);
     use_folder(std::make_unique<PlayerFolder>());
     given_installed(first_release());
-    given_published(release);
-    ASSERT_NE(MoveFileW(folder().launcher().c_str(), folder().file(left).c_str()), 0);
-    when_started_through(folder().file(left), folder().path());
+    given_published(c.published);
+    ASSERT_NE(MoveFileW(folder().launcher().c_str(), folder().file(c.left).c_str()), 0);
+    when_started_through(folder().file(c.left), folder().path());
     then_ends(0, launched, "updated to 1.1");
-    then_the_log_has({std::string("KVXLauncher.exe was missing: restored from ") + left,
-                      std::string("launcher runs as ") + left + ": not updating it"});
-    EXPECT_EQ(read_text(folder().launcher()), folder().read(left));
+    std::vector<std::string> logged = {"KVXLauncher.exe was missing: restored from " + c.left};
+    logged.insert(logged.end(), c.then_logged.begin(), c.then_logged.end());
+    then_the_log_has(logged);
+    EXPECT_EQ(read_text(folder().launcher()), folder().read(c.left));
 
+    given_published(release);
     given_a_hand_over_is_awaited();
     when_started();
     then_ends(50, not_launched, "launcher updated to 1.0.1");

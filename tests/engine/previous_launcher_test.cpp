@@ -129,7 +129,7 @@ class MissingLauncher : public PreviousLauncher {
     return lines;
   }
 
-  const std::wstring temporary_ = staging(L"dl\\KVXLauncher.exe");
+  const std::wstring temporary_ = staging(L"KVXLauncher.exe.tmp");
 };
 
 TEST_F(MissingLauncher, IsRestoredFromEitherFileOfASelfUpdate) {
@@ -140,7 +140,7 @@ TEST_F(MissingLauncher, IsRestoredFromEitherFileOfASelfUpdate) {
     EXPECT_THAT(restore(own_path), ElementsAre(std::string("KVXLauncher.exe was missing: restored from ") + name));
     EXPECT_EQ(read_text(self_path_), name);
     EXPECT_EQ(read_text(own_path), name);
-    EXPECT_THAT(list_folder(staging(L"dl")), IsEmpty());
+    EXPECT_FALSE(exists(temporary_));
     DeleteFileW(self_path_.c_str());
     DeleteFileW(own_path.c_str());
   }
@@ -159,9 +159,22 @@ TEST_F(MissingLauncher, StaysAsItIsWhereItIsThere) {
   write_text(self_path_, "launcher");
   for (const std::wstring& own_path : {new_path_, previous_path_}) {
     write_text(own_path, "another");
+    write_text(temporary_, "half a copy");  // left by a process that was killed
     EXPECT_THAT(restore(own_path), IsEmpty());
     EXPECT_EQ(read_text(self_path_), "launcher");
+    EXPECT_FALSE(exists(temporary_));
   }
+}
+
+TEST_F(MissingLauncher, IsRestoredByAStartThroughAShortName) {
+  write_text(new_path_, "new");
+  std::wstring own_path(MAX_PATH, L'\0');
+  own_path.resize(GetShortPathNameW(new_path_.c_str(), own_path.data(), MAX_PATH));
+  if (equals_ignore_case(file_name(own_path), file_name(new_path_))) GTEST_SKIP() << "this volume has no short names";
+  EXPECT_THAT(restore(game(file_name(own_path))), testing::SizeIs(1));
+  EXPECT_EQ(read_text(self_path_), "new");
+  remove_previous_launcher(game(file_name(own_path)), install_dir_);
+  EXPECT_EQ(read_text(new_path_), "new");
 }
 
 TEST_F(MissingLauncher, IsRestoredByTheNextStartWhereItCannotBeNow) {

@@ -27,7 +27,8 @@ class SelfUpdate : public DownloadTest {
       return download_blob(context_, {hash, size}, buffer_, error);
     };
     return update_launcher(
-        {ui_, store_, download, self_path_, install_dir_, own_version, self_updated, options_, arguments_}, entry);
+        {ui_, store_, download, self_path_, install_dir_, temporary_, own_version, self_updated, options_, arguments_},
+        entry);
   }
 
   // A manifest's entry; its content is on the server.
@@ -55,6 +56,7 @@ class SelfUpdate : public DownloadTest {
   std::wstring self_path_ = game(L"KVXLauncher.exe");
   const std::wstring new_path_ = game(L"KVXLauncher.new.exe");
   const std::wstring previous_path_ = game(L"KVXLauncher.old.exe");
+  const std::wstring temporary_ = staging(L"KVXLauncher.exe.tmp");
   std::vector<std::wstring> options_;
   std::vector<std::wstring> arguments_;
 };
@@ -131,17 +133,17 @@ TEST_F(SelfUpdate, EndsTheRunAtACancelThatComesWithTheLastByte) {
     ui_.cancel_requested = true;
     return finished;
   };
-  EXPECT_EQ(update_launcher(
-                {ui_, store_, cancelled_at_the_end, self_path_, install_dir_, own_version, false, options_, arguments_},
-                entry),
+  EXPECT_EQ(update_launcher({ui_, store_, cancelled_at_the_end, self_path_, install_dir_, temporary_, own_version,
+                             false, options_, arguments_},
+                            entry),
             SelfUpdateResult::cancelled);
   EXPECT_THAT(log_.messages(), ElementsAre(comparison(entry), downloaded(entry)));
   EXPECT_TRUE(exists(blob(no_program)));
   expect_files_as_before();
 }
 
-TEST_F(SelfUpdate, LeavesALauncherAloneThatAnUnfinishedOneLeft) {
-  for (const char* name : {"KVXLauncher.new.exe", "KVXLauncher.old.exe", "kvxLAUNCHER.NEW.EXE"}) {
+TEST_F(SelfUpdate, LeavesALauncherAloneWhoseFileIsThePlaceOfANewOne) {
+  for (const char* name : {"KVXLauncher.new.exe", "kvxLAUNCHER.NEW.EXE"}) {
     self_path_ = game(to_wide(name));
     write_text(self_path_, old_launcher);
     EXPECT_EQ(update(published("1.0.1", no_program)), SelfUpdateResult::go_on);
@@ -270,6 +272,15 @@ TEST_F(SelfUpdateHandOver, KeepsTheLaunchersOwnName) {
   EXPECT_EQ(read_text(game(L"Mein Start.old.exe")), old_launcher);
   EXPECT_EQ(read_text(game(L"KVXLauncher.exe")), old_launcher);
   EXPECT_FALSE(exists(previous_path_));
+}
+
+TEST_F(SelfUpdateHandOver, UpdatesAPreviousLauncherUnderItsOwnName) {
+  self_path_ = previous_path_;
+  write_text(self_path_, old_launcher);
+  EXPECT_EQ(hand_over(), expected(""));
+  EXPECT_EQ(read_text(self_path_), new_launcher_);
+  EXPECT_EQ(read_text(game(L"KVXLauncher.old.old.exe")), old_launcher);
+  EXPECT_EQ(read_text(game(L"KVXLauncher.exe")), old_launcher);
 }
 
 TEST_F(SelfUpdateHandOver, ReplacesAPreviousLauncherThatWasLeftBehind) {

@@ -200,8 +200,8 @@ class UndoneSelfUpdate : public SystemCalls {
     };
     const size_t before = log_.messages().size();
     const LauncherEntry entry{true, "2.0", sha256_hex(no_program_), no_program_.size()};
-    const SelfUpdateContext context{ui_,     store_, download_it,  self_path_,  install_dir_,
-                                    "1.0.0", false,  no_arguments, no_arguments};
+    const SelfUpdateContext context{ui_,        store_,  download_it, self_path_,   install_dir_,
+                                    temporary_, "1.0.0", false,       no_arguments, no_arguments};
     EXPECT_EQ(update_launcher(context, entry), SelfUpdateResult::go_on);
     std::vector<std::string> lines = log_.messages();
     lines.erase(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(before) + 2);  // the comparison, the download
@@ -214,6 +214,10 @@ class UndoneSelfUpdate : public SystemCalls {
   const std::string step_aside_ = "move KVXLauncher.exe to KVXLauncher.old.exe";
   const std::string move_away_ = "move KVXLauncher.exe to KVXLauncher.new.exe";
   const std::string restore_ = "move KVXLauncher.old.exe to KVXLauncher.exe";
+  const std::vector<std::string> copying_back_ = {"copy KVXLauncher.old.exe to temporary", "flush temporary",
+                                                  "move temporary to KVXLauncher.exe"};
+  const std::string copied_back_ = "self-update: copied the previous launcher back";
+  const std::wstring temporary_ = staging(L"temporary");
   const std::string delete_new_ = "delete KVXLauncher.new.exe";
 };
 
@@ -226,34 +230,86 @@ TEST_F(UndoneSelfUpdate, LogsThatTheNewLauncherStays) {
   EXPECT_EQ(read_text(self_path_), "the running launcher");
 }
 
-TEST_F(UndoneSelfUpdate, LogsThatThePreviousLauncherStaysAway) {
+TEST_F(UndoneSelfUpdate, CopiesThePreviousLauncherBackWhereItCannotBeMoved) {
   disk.refused = {{take_place_, refusal}, {restore_, refusal}};
   EXPECT_THAT(update(), ElementsAre(failed_step("move the new launcher into place"),
-                                    failed_step("restore the previous launcher")));
-  EXPECT_EQ(read_text(game(L"KVXLauncher.old.exe")), "the running launcher");
+                                    failed_step("restore the previous launcher"), copied_back_));
+  EXPECT_EQ(read_text(self_path_), "the running launcher");
+  EXPECT_FALSE(exists(temporary_));
 }
 
 TEST_F(UndoneSelfUpdate, TriesEveryStepWhateverBecameOfTheOthers) {
-  const std::string steps[] = {move_away_, restore_, delete_new_};
-  const char* names[] = {"move the new launcher away", "restore the previous launcher", "delete KVXLauncher.new.exe"};
   for (unsigned failing = 0; failing < 8; ++failing) {
+    const bool away_fails = (failing & 1U) != 0;
+    const bool restore_fails = (failing & 2U) != 0;
+    const bool delete_fails = (failing & 4U) != 0;
     write_text(self_path_, "the running launcher");
     disk = {};
-    std::vector<std::string> failures;
-    for (size_t i = 0; i < 3; ++i) {
-      if (((failing >> i) & 1U) == 0) continue;
-      disk.refused[steps[i]] = refusal;
-      failures.push_back(failed_step(names[i]));
+    std::vector<std::string> steps = {move_away_, restore_};
+    std::vector<std::string> lines;
+    if (away_fails) {
+      disk.refused[move_away_] = refusal;
+      lines.push_back(failed_step("move the new launcher away"));
+    }
+    if (restore_fails) {
+      disk.refused[restore_] = refusal;
+      lines.push_back(failed_step("restore the previous launcher"));
+    }
+    if (restore_fails && !away_fails) {
+      steps.insert(steps.end(), copying_back_.begin(), copying_back_.end());
+      lines.push_back(copied_back_);
+    }
+    steps.push_back(delete_new_);
+    if (delete_fails) {
+      disk.refused[delete_new_] = refusal;
+      lines.push_back(failed_step("delete KVXLauncher.new.exe"));
     }
     std::vector<std::string> logged = update();
     ASSERT_FALSE(logged.empty());
     EXPECT_THAT(logged.front(), testing::StartsWith("self-update: cannot start the new launcher: "));
     logged.erase(logged.begin());
-    EXPECT_THAT(logged, ElementsAreArray(failures)) << failing;
-    EXPECT_THAT(std::vector<std::string>(disk.calls.end() - 3, disk.calls.end()), ElementsAreArray(steps)) << failing;
-    // The running launcher is back wherever the system let it.
-    EXPECT_EQ(exists(self_path_) && read_text(self_path_) == "the running launcher", !disk.refused.contains(restore_));
+    EXPECT_THAT(logged, ElementsAreArray(lines)) << failing;
+    ASSERT_GE(disk.calls.size(), steps.size());
+    EXPECT_THAT(std::vector<std::string>(disk.calls.end() - static_cast<ptrdiff_t>(steps.size()), disk.calls.end()),
+                ElementsAreArray(steps))
+        << failing;
+    // The running launcher is back, but where neither could be moved.
+    EXPECT_EQ(read_text(self_path_) == "the running launcher", !(away_fails && restore_fails)) << failing;
   }
+}
+
+TEST_F(UndoneSelfUpdate, KeepsTheNewLauncherWhereThePreviousOneCannotBeHad) {
+  disk.refused = {{restore_, refusal}, {copying_back_[0], refusal}};
+  std::vector<std::string> logged = update();
+  ASSERT_EQ(logged.size(), 4U);
+  EXPECT_THAT(logged,
+              ElementsAre(testing::_, failed_step("restore the previous launcher"),
+                          failed_step("copy the previous launcher back"), "self-update: the new launcher stays"));
+  EXPECT_EQ(read_text(self_path_), no_program_);
+}
+
+TEST_F(UndoneSelfUpdate, DeletesNoLauncherWhereNoneIsInItsPlace) {
+  disk.refused = {{restore_, refusal}, {copying_back_[1], refusal}, {take_place_, refusal}};
+  std::vector<std::string> logged = update();
+  EXPECT_THAT(logged,
+              ElementsAre(failed_step("move the new launcher into place"), failed_step("restore the previous launcher"),
+                          failed_step("copy the previous launcher back"),
+                          "self-update: no launcher is left at its place: " + refusal_words));
+  EXPECT_FALSE(exists(self_path_));
+  EXPECT_FALSE(exists(temporary_));
+  EXPECT_EQ(read_text(game(L"KVXLauncher.new.exe")), no_program_);
+  EXPECT_EQ(read_text(game(L"KVXLauncher.old.exe")), "the running launcher");
+}
+
+// The new launcher is moved into place, cannot be started, and then cannot be moved back there.
+TEST_F(UndoneSelfUpdate, DeletesNoLauncherAfterARollBackThatFails) {
+  disk.refused = {{restore_, refusal}, {copying_back_[0], refusal}};
+  disk.on_call = [this](const std::string& call) {
+    if (call == move_away_) disk.refused[take_place_] = refusal;
+  };
+  static_cast<void>(update());
+  EXPECT_THAT(disk.calls, Not(Contains(delete_new_)));
+  EXPECT_EQ(read_text(game(L"KVXLauncher.new.exe")), no_program_);
 }
 
 TEST_F(UndoneSelfUpdate, CannotBeCancelledFromTheFirstMoveToTheLast) {
@@ -271,7 +327,7 @@ class RestoredLauncher : public SystemCalls {
  protected:
   void restore() {
     disk.calls.clear();
-    restore_missing_launcher(game(L"KVXLauncher.new.exe"), install_dir_, staging(L"dl\\temporary"));
+    restore_missing_launcher(game(L"KVXLauncher.new.exe"), install_dir_, staging(L"temporary"));
   }
 };
 
@@ -289,7 +345,7 @@ TEST_F(RestoredLauncher, LeavesNothingBehindWhereAStepFails) {
     disk.refused = {{step, refusal}};
     restore();
     EXPECT_FALSE(exists(game(L"KVXLauncher.exe"))) << step;
-    EXPECT_THAT(list_folder(staging(L"dl")), IsEmpty()) << step;
+    EXPECT_FALSE(exists(staging(L"temporary"))) << step;
     EXPECT_EQ(log_.messages().back(), "KVXLauncher.exe is missing and cannot be restored: " + refusal_words) << step;
   }
   EXPECT_EQ(log_.messages().size(), 3U);

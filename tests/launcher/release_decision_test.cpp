@@ -254,6 +254,8 @@ TEST_F(ReleaseDecision, AsksBeforeAFirstInstallAndMentionsOtherFiles) {
   } cases[] = {
       {nullptr, L"KVXLauncher.exe", false},
       {nullptr, L"kvxLAUNCHER.EXE", false},
+      {L"KVXLauncher.new.exe", L"KVXLauncher.new.exe", false},  // beside the KVXLauncher.exe that it restores
+      {L"Start.exe", L"Start.exe", true},
       {L"photo.jpg", L"KVXLauncher.exe", true},
       {L"folder\\deep\\photo.jpg", L"KVXLauncher.exe", true},
   };
