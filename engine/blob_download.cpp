@@ -117,12 +117,12 @@ class BlobDownload {
     const TransferResult result = position_ < job_.size ? transfer(part.get()) : TransferResult::ok;
     // After a stop the run may have ended already, so no file is touched any more. What this one holds is hashed again
     // before it is trusted.
-    const bool stopped = context_.stop.requested();
-    if (!stopped && !write_failed_ && FlushFileBuffers(part.get()) == 0) note_failed_call();
+    if (!context_.stop.requested() && !write_failed_ && !flush(part.get())) note_failed_call();
     part_size_ = size_or_zero(part.get());
     part.reset();
     if (write_failed_) return after_write_failure();
-    if (stopped && goes_on_with_files(result)) return give_up("cancelled");
+    // Asked again, because a flush may have been left behind.
+    if (context_.stop.requested() && goes_on_with_files(result)) return give_up("cancelled");
     return decide(result, progress_since(start));
   }
 
@@ -154,6 +154,12 @@ class BlobDownload {
       done += got;
     }
     return true;
+  }
+
+  // Takes as long as a slow disk needs for all that waits to be written.
+  [[nodiscard]] bool flush(HANDLE part) const {
+    const LeavableCall call(context_.session);
+    return FlushFileBuffers(part) != 0;
   }
 
   // Brings this blob's share of the shared counter to the current position, as a difference.

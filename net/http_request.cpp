@@ -57,7 +57,7 @@ bool send_request(const HttpSession& session, const UrlParts& url, const std::ws
                                        WINHTTP_DEFAULT_ACCEPT_TYPES, url.secure ? WINHTTP_FLAG_SECURE : 0));
   if (!out.request) return fail("open request", error);
   {
-    const NetworkCall call(session);
+    const LeavableCall call(session);
     if (!send(out.request.get(), extra_headers)) return fail("send", error);
     if (WinHttpReceiveResponse(out.request.get(), nullptr) == 0) return fail("receive", error);
   }

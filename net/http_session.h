@@ -17,23 +17,25 @@ class HttpSession {
 
   [[nodiscard]] const WinHttpHandle& handle() const { return handle_; }
 
-  // How many threads are inside a call that may wait for the network.
-  [[nodiscard]] size_t calls_under_way() const { return calls_under_way_.load(); }
+  // How many threads are inside a call that a stop may leave behind.
+  [[nodiscard]] size_t leavable_calls() const { return leavable_calls_.load(); }
 
  private:
-  friend class NetworkCall;
+  friend class LeavableCall;
 
   WinHttpHandle handle_;
-  mutable std::atomic<size_t> calls_under_way_{0};
+  mutable std::atomic<size_t> leavable_calls_{0};
 };
 
-// Counts the thread that made it as inside a network call, for as long as it exists.
-class NetworkCall {
+// Marks its thread, while it exists, as inside a call of one of this session's transfers that may take long, cannot be
+// interrupted and may be left behind by a stop (net/transfer_threads.h): one that waits for the network, or a flush of
+// what came from there. After it the thread looks for a stop before it touches a file or anything that others own.
+class LeavableCall {
  public:
-  explicit NetworkCall(const HttpSession& session) : session_(session) { ++session_.calls_under_way_; }
-  NetworkCall(const NetworkCall&) = delete;
-  NetworkCall& operator=(const NetworkCall&) = delete;
-  ~NetworkCall() { --session_.calls_under_way_; }
+  explicit LeavableCall(const HttpSession& session) : session_(session) { ++session_.leavable_calls_; }
+  LeavableCall(const LeavableCall&) = delete;
+  LeavableCall& operator=(const LeavableCall&) = delete;
+  ~LeavableCall() { --session_.leavable_calls_; }
 
  private:
   const HttpSession& session_;

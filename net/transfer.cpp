@@ -23,7 +23,7 @@ constexpr uint32_t http_range_not_satisfiable = 416;
 // Reads at most `count` bytes and fills `got` with their number, 0 at the end of the body.
 bool read_chunk(const HttpSession& session, const HttpRequest& request, uint8_t* bytes, size_t count, size_t& got,
                 const char* step, std::string& error) {
-  const NetworkCall call(session);
+  const LeavableCall call(session);
   // A read waits until all that it asks for has come. Asking for what is there already makes a cancel, the progress and
   // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there. A single
   // byte is not worth the question.

@@ -22,7 +22,8 @@ bool wait_for_all(const std::vector<KernelHandle>& threads, DWORD milliseconds) 
   std::vector<HANDLE> handles(threads.size());
   std::transform(threads.begin(), threads.end(), handles.begin(),
                  [](const KernelHandle& thread) { return thread.get(); });
-  return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), TRUE, milliseconds) != WAIT_TIMEOUT;
+  const auto count = static_cast<DWORD>(handles.size());
+  return WaitForMultipleObjects(count, handles.data(), TRUE, milliseconds) < WAIT_OBJECT_0 + count;
 }
 
 }  // namespace
@@ -62,8 +63,9 @@ std::vector<KernelHandle> TransferThreads::start(size_t count, Body& body) {
   return threads;
 }
 
-// A thread outside the network, one that writes a chunk for example, is always waited for: it looks for a stop before
-// it does anything else.
+// Threads are left only when each of those still running is inside a leavable call. Counting is enough to know that:
+// the session serves no others, and whoever enters or ends such a call meanwhile looks for the stop next. A thread
+// outside, which may be writing a chunk, is waited for.
 bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads,
                                     const std::function<void()>& while_waiting) const {
   int polls_since_stop = 0;
@@ -74,7 +76,7 @@ bool TransferThreads::wait_or_leave(const std::vector<KernelHandle>& threads,
     }
     ++polls_since_stop;
     const size_t running = count_running(threads);  // none when the last has just ended
-    if (polls_since_stop >= polls_before_leaving && running > 0 && session_.calls_under_way() >= running) return false;
+    if (polls_since_stop >= polls_before_leaving && running > 0 && session_.leavable_calls() >= running) return false;
   }
   return true;
 }

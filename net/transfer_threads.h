@@ -1,6 +1,7 @@
 // Runs transfers on threads of their own, so that nobody waits for one that is stuck. A blocking WinHTTP call cannot be
-// interrupted: it ends by its own time-outs, and its handles may not be closed from another thread meanwhile. Where a
-// stop is requested and such a call still waits a moment later, its thread is left behind.
+// interrupted: it ends by its own time-outs, and its handles may not be closed from another thread meanwhile. A flush
+// of a large file takes as long as the disk needs. Where a stop is requested and such a call (a LeavableCall of the
+// session) is still under way a second later, its thread is left behind.
 //
 // What is left behind sees the stop as soon as its call returns and then does nothing more. Until then it may use all
 // that its body refers to: that must belong to the body or outlive this object, whose destruction waits for it. A
@@ -27,10 +28,14 @@ class TransferThreads {
   TransferThreads& operator=(const TransferThreads&) = delete;
   ~TransferThreads();
 
-  // Runs `body` on `count` threads at once, on fewer where the system gives no more, and on the calling thread where it
-  // gives none. True when all have returned; false when a stop was requested, and either none was started or some were
-  // left behind. The body must return soon after a stop, except from inside a network call. Until a stop, the calling
-  // thread calls `while_waiting` every 50 ms; it does not where it runs the body itself.
+  // Runs `body` on `count` threads at once, or on fewer where the system gives no more. The body must return soon after
+  // a stop, except from inside a leavable call. Until a stop, the calling thread calls `while_waiting` every 50 ms.
+  //
+  // Where the system gives no thread at all, the calling thread runs the body itself: it then neither calls
+  // `while_waiting` nor leaves a stuck call behind.
+  //
+  // True when the body has returned everywhere, also after a stop. False when a stop kept it from being started, or
+  // left some of it behind.
   [[nodiscard]] bool run(
       size_t count, const std::function<void()>& body, const std::function<void()>& while_waiting = [] {});
 

@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "engine/download_pool.h"
 #include "engine/install.h"
 #include "engine/previous_launcher.h"
 #include "engine/self_update.h"
 #include "foundations/error_text.h"
+#include "foundations/system_handles.h"
 #include "tests/engine/download_test.h"
 #include "tests/support/replaced_function.h"
 #include "tests/support/test_clock.h"
@@ -125,6 +127,31 @@ TEST_F(SystemCalls, ADownloadThatCannotBeStoredSaysWhy) {
   EXPECT_EQ(download(content), "cannot store a downloaded file: " + refusal_words);
   EXPECT_FALSE(exists(blob(content)));
   EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+// A slow disk may take minutes for what the system still holds in memory.
+TEST_F(SystemCalls, AStopLeavesAFlushBehindAndNothingFollowsIt) {
+  constexpr DWORD flush_limit_ms = 20000;
+  const std::string content = "content";
+  const std::string hash = sha256_hex(content);
+  server_.serve(blob_url_path(content), content);
+  const KernelHandle flush_goes_on(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  disk.on_call = [&](const std::string&) {
+    ui_.cancel_requested = true;
+    WaitForSingleObject(flush_goes_on.get(), flush_limit_ms);
+  };
+  {
+    TransferThreads threads(session_, stop_);
+    std::string error;
+    EXPECT_FALSE(download_one(context_, threads, job(content), error));
+    EXPECT_EQ(error, "cancelled");
+    EXPECT_TRUE(threads.has_left_behind());
+    SetEvent(flush_goes_on.get());
+  }
+  EXPECT_THAT(disk.calls, ElementsAre("flush " + hash + ".part"));
+  EXPECT_TRUE(exists(part(content)));
+  EXPECT_FALSE(exists(blob(content)));
+  EXPECT_THAT(log_.messages(), IsEmpty());
 }
 
 class InstallCalls : public SystemCalls {

@@ -31,10 +31,20 @@ uintptr_t start_if_any_is_left(void* security, unsigned stack, unsigned(__stdcal
   return system_start(security, stack, body, argument, flags, id);
 }
 
+std::atomic<size_t> waits_to_fail{0};
+
+DWORD WINAPI wait_or_fail(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+  static const auto system_wait = system_function<decltype(&WaitForMultipleObjects)>("WaitForMultipleObjects");
+  if (waits_to_fail == 0) return system_wait(count, handles, all, milliseconds);
+  --waits_to_fail;
+  return WAIT_FAILED;
+}
+
 }  // namespace
 }  // namespace kvx::test
 
 KVX_REPLACE(_beginthreadex, kvx::test::start_if_any_is_left)
+KVX_REPLACE(WaitForMultipleObjects, kvx::test::wait_or_fail)
 
 namespace kvx::test {
 namespace {
@@ -133,6 +143,16 @@ TEST_F(TransferThreadsTest, WaitForAThreadThatIsNotInTheNetwork) {
     finished = true;
   }));
   EXPECT_TRUE(finished);
+}
+
+TEST_F(TransferThreadsTest, TakeAFailedWaitForNoEnd) {
+  waits_to_fail = 2;
+  std::atomic<size_t> running{2};
+  EXPECT_TRUE(threads_.run(2, [&running] {
+    for (const uint64_t end = GetTickCount64() + 20000; waits_to_fail > 0 && GetTickCount64() < end;) Sleep(1);
+    --running;
+  }));
+  EXPECT_EQ(running, 0U);
 }
 
 TEST_F(TransferThreadsTest, GiveWhatTheFetchGives) {
