@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
-#include <vector>
 
 #include "foundations/error_text.h"
 #include "foundations/files.h"
@@ -53,8 +53,10 @@ bool is_missing_on_server(uint32_t http_status) {
 // One blob's download, used once, on one thread.
 class BlobDownload {
  public:
-  BlobDownload(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer, std::string& error)
+  BlobDownload(const BlobDownloadContext& context, const HttpSession& session, const BlobJob& job,
+               ReceiveBuffer& buffer, std::string& error)
       : context_(context),
+        session_(session),
         job_(job),
         buffer_(buffer),
         error_(error),
@@ -144,13 +146,14 @@ class BlobDownload {
   }
 
   bool hash_existing_bytes(HANDLE part, uint64_t existing) {
-    std::vector<uint8_t> buffer(std::min<uint64_t>(existing, part_chunk_bytes));
+    const auto most = static_cast<size_t>(std::min<uint64_t>(existing, part_chunk_bytes));
+    const auto buffer = std::make_unique_for_overwrite<uint8_t[]>(most);
     for (uint64_t done = 0; done < existing;) {
       if (context_.stop.requested()) return false;
-      const DWORD wanted = static_cast<DWORD>(std::min<uint64_t>(existing - done, buffer.size()));
+      const DWORD wanted = static_cast<DWORD>(std::min<uint64_t>(existing - done, most));
       DWORD got = 0;
-      if (ReadFile(part, buffer.data(), wanted, &got, nullptr) == 0 || got != wanted) return false;
-      static_cast<void>(hasher_.update(buffer.data(), got));
+      if (ReadFile(part, buffer.get(), wanted, &got, nullptr) == 0 || got != wanted) return false;
+      static_cast<void>(hasher_.update(buffer.get(), got));
       done += got;
     }
     return true;
@@ -158,7 +161,7 @@ class BlobDownload {
 
   // Takes as long as a slow disk needs for all that waits to be written.
   [[nodiscard]] bool flush(HANDLE part) const {
-    const LeavableCall call(context_.session);
+    const LeavableCall call(session_);
     return FlushFileBuffers(part) != 0;
   }
 
@@ -183,9 +186,9 @@ class BlobDownload {
     const std::wstring url = context_.base_url + L"files/" + to_wide(job_.hash);
     transfer_error_.clear();
     return download_range(
-        context_.session, url, position_, job_.size,
-        [this, part](const uint8_t* bytes, size_t count) { return store_chunk(part, bytes, count); },
-        &context_.ui.cancel_requested, buffer_, http_status_, transfer_error_);
+        session_, url, position_, job_.size,
+        [this, part](const uint8_t* bytes, size_t count) { return store_chunk(part, bytes, count); }, &context_.stop,
+        buffer_, http_status_, transfer_error_);
   }
 
   // On this thread, or on the one that passes on what waits in the buffer.
@@ -250,7 +253,7 @@ class BlobDownload {
     return AttemptResult::try_again;
   }
 
-  // Bytes that an earlier attempt had already brought are no reason to hope, and none to give up.
+  // Bytes that an earlier attempt had already brought neither reset nor raise the count of stalls.
   AttemptResult retry_later(Progress progress) {
     if (progress == Progress::new_bytes) stalls_ = 0;
     if (progress == Progress::none) ++stalls_;
@@ -291,6 +294,7 @@ class BlobDownload {
   }
 
   const BlobDownloadContext& context_;
+  const HttpSession& session_;
   const BlobJob& job_;
   ReceiveBuffer& buffer_;
   std::string& error_;
@@ -313,8 +317,9 @@ class BlobDownload {
 
 }  // namespace
 
-bool download_blob(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer, std::string& error) {
-  return BlobDownload(context, job, buffer, error).run();
+bool download_blob(const BlobDownloadContext& context, const HttpSession& session, const BlobJob& job,
+                   ReceiveBuffer& buffer, std::string& error) {
+  return BlobDownload(context, session, job, buffer, error).run();
 }
 
 }  // namespace kvx

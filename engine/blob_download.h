@@ -2,7 +2,6 @@
 // pauses, and accepted only when the content hashes to the blob's name.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -22,15 +21,14 @@ struct BlobJob {
 struct BlobDownloadContext {
   Ui& ui;  // progress_done counts the bytes that are on disk
   const StopSignal& stop;
-  const HttpSession& session;
   const std::wstring& base_url;  // ends with "/"
   const BlobStore& store;
 };
 
-// True when the blob is in the store, verified. Otherwise `error` is the reason, "cancelled" when a stop was requested;
-// a partial file stays for the next run. Several threads may download different blobs at once, each through a `buffer`
-// of its own.
-[[nodiscard]] bool download_blob(const BlobDownloadContext& context, const BlobJob& job, ReceiveBuffer& buffer,
-                                 std::string& error);
+// True when the blob is in the store, verified. Otherwise `error` is the reason: "cancelled" when a stop was requested,
+// unless another failure came first. A partial file stays for the next run. Several threads may download different
+// blobs at once, each through its own `buffer`.
+[[nodiscard]] bool download_blob(const BlobDownloadContext& context, const HttpSession& session, const BlobJob& job,
+                                 ReceiveBuffer& buffer, std::string& error);
 
 }  // namespace kvx

@@ -14,8 +14,9 @@ constexpr size_t most_threads = 3;
 // Shared by its threads, of which any may be the last to use it.
 class DownloadPool {
  public:
-  DownloadPool(const BlobDownloadContext& context, std::atomic<bool>& stop_workers, std::vector<BlobJob> jobs)
-      : context_(context), stop_workers_(stop_workers), jobs_(std::move(jobs)) {
+  DownloadPool(const BlobDownloadContext& context, const HttpSession& session, std::atomic<bool>& stop_workers,
+               std::vector<BlobJob> jobs)
+      : context_(context), session_(session), stop_workers_(stop_workers), jobs_(std::move(jobs)) {
     // Largest first, so that the threads finish close together.
     std::sort(jobs_.begin(), jobs_.end(), [](const BlobJob& a, const BlobJob& b) { return a.size > b.size; });
   }
@@ -29,7 +30,7 @@ class DownloadPool {
       const size_t index = next_job_.fetch_add(1);
       if (index >= jobs_.size()) return;
       std::string error;
-      if (!download_blob(context_, jobs_[index], buffer, error)) on_failure(error);
+      if (!download_blob(context_, session_, jobs_[index], buffer, error)) on_failure(error);
     }
   }
 
@@ -53,6 +54,7 @@ class DownloadPool {
   }
 
   const BlobDownloadContext context_;
+  const HttpSession& session_;
   std::atomic<bool>& stop_workers_;
   std::vector<BlobJob> jobs_;
   std::atomic<size_t> next_job_{0};
@@ -77,7 +79,7 @@ struct SingleDownload {
 
 bool download_all(const BlobDownloadContext& context, TransferThreads& threads, std::atomic<bool>& stop_workers,
                   std::vector<BlobJob> jobs, std::string& error) {
-  const auto pool = std::make_shared<DownloadPool>(context, stop_workers, std::move(jobs));
+  const auto pool = std::make_shared<DownloadPool>(context, threads.session(), stop_workers, std::move(jobs));
   // Threads left behind count as stopped.
   if (pool->thread_count() > 0) {
     static_cast<void>(threads.run(
@@ -89,8 +91,8 @@ bool download_all(const BlobDownloadContext& context, TransferThreads& threads, 
 bool download_one(const BlobDownloadContext& context, TransferThreads& threads, const BlobJob& job,
                   std::string& error) {
   const auto download = std::make_shared<SingleDownload>(context, job);
-  const auto body = [download] {
-    download->finished = download_blob(download->context, download->job, download->buffer, download->error);
+  const auto body = [download, &session = threads.session()] {
+    download->finished = download_blob(download->context, session, download->job, download->buffer, download->error);
   };
   if (!threads.run(1, body, [download] { download->buffer.pass_on_waiting(); })) {
     error = "cancelled";

@@ -107,7 +107,7 @@ RunOutcome Updater::start_game(const Manifest& manifest) {
   return kvx::start_game(game, manifest.exe, manifest.args);
 }
 
-BlobDownloadContext Updater::download_context() const { return {ui_, stop_, session_, base_url_, store_}; }
+BlobDownloadContext Updater::download_context() const { return {ui_, stop_, base_url_, store_}; }
 
 // The launcher that handed over to this one must let go of its lock and its file.
 void Updater::wait_for_previous_process() const {
@@ -175,9 +175,9 @@ RunOutcome Updater::settle_server() {
 }
 
 RunOutcome Updater::fetch_and_decide() {
-  const ManifestFetchContext context{
-      session_,  transfer_threads_, [this](uint32_t milliseconds) { return wait_or_stop(milliseconds); },
-      base_url_, channel_,          built_in_keys()};
+  const ManifestFetchContext context{transfer_threads_,
+                                     [this](uint32_t milliseconds) { return wait_or_stop(milliseconds); }, base_url_,
+                                     channel_, built_in_keys()};
   Release release;
   std::string reason;
   const ManifestFetchStatus status = fetch_manifest(context, release.manifest_bytes, release.signature_bytes, reason);

@@ -46,8 +46,8 @@ class Updater {
   // Leaves the result file, when the run got as far as its log, and lets go of the log and the lock. Once, after run.
   void write_result(RunOutcome outcome);
 
-  // Whether a cancelled run has left a transfer behind that is stuck in the network. Destroying the Updater would wait
-  // for it; the program ends its process instead.
+  // Whether a cancel or a failed download has left a transfer behind that is stuck in the network or in a flush.
+  // Destroying the Updater would wait for it; the program ends its process instead.
   [[nodiscard]] bool has_left_transfer_behind() const { return transfer_threads_.has_left_behind(); }
 
   // True when the check ran to its end; false when a stop was requested.

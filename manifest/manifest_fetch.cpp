@@ -80,7 +80,7 @@ class ManifestFetch {
   }
 
   int32_t fetch(const std::wstring& url, std::string& body, uint64_t max_bytes) {
-    return fetch_or_stop(context_.threads, context_.session, url, body, max_bytes, error_);
+    return fetch_or_stop(context_.threads, url, body, max_bytes, error_);
   }
 
   bool verify() {

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "manifest/built_in_keys.h"
-#include "net/http_session.h"
 #include "net/transfer_threads.h"
 
 namespace kvx {
@@ -21,7 +20,6 @@ enum class ManifestFetchStatus : uint8_t {
 };
 
 struct ManifestFetchContext {
-  const HttpSession& session;
   TransferThreads& threads;
   // The pause between attempts; false as soon as a stop is requested.
   std::function<bool(uint32_t milliseconds)> wait_or_stop;

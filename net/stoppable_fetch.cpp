@@ -8,7 +8,7 @@
 namespace kvx {
 namespace {
 
-// All that a fetch touches besides the session, so that it may be left behind.
+// All that a fetch touches besides the session and the stop, so that it may be left behind.
 struct Fetch {
   std::wstring url;
   uint64_t max_bytes = 0;
@@ -19,14 +19,14 @@ struct Fetch {
 
 }  // namespace
 
-int32_t fetch_or_stop(TransferThreads& threads, const HttpSession& session, const std::wstring& url, std::string& body,
-                      uint64_t max_bytes, std::string& error) {
+int32_t fetch_or_stop(TransferThreads& threads, const std::wstring& url, std::string& body, uint64_t max_bytes,
+                      std::string& error) {
   body.clear();
   const auto fetch = std::make_shared<Fetch>();
   fetch->url = url;
   fetch->max_bytes = max_bytes;
-  const auto transfer = [fetch, &session] {
-    fetch->status = fetch_to_memory(session, fetch->url, fetch->body, fetch->max_bytes, fetch->error);
+  const auto transfer = [fetch, &session = threads.session(), &stop = threads.stop()] {
+    fetch->status = fetch_to_memory(session, fetch->url, fetch->body, fetch->max_bytes, fetch->error, &stop);
   };
   if (!threads.run(1, transfer)) {
     error = "cancelled";

@@ -4,14 +4,12 @@
 #include <cstdint>
 #include <string>
 
-#include "net/http_session.h"
 #include "net/transfer_threads.h"
 
 namespace kvx {
 
-// As fetch_to_memory, on one of `threads`. When a stop ends the wait, the result is transport_failure and `error` is
-// "cancelled". `session` must outlive `threads`.
-[[nodiscard]] int32_t fetch_or_stop(TransferThreads& threads, const HttpSession& session, const std::wstring& url,
-                                    std::string& body, uint64_t max_bytes, std::string& error);
+// As fetch_to_memory, on one of `threads`, with their session and their stop.
+[[nodiscard]] int32_t fetch_or_stop(TransferThreads& threads, const std::wstring& url, std::string& body,
+                                    uint64_t max_bytes, std::string& error);
 
 }  // namespace kvx

@@ -20,13 +20,15 @@ constexpr uint32_t http_ok = 200;
 constexpr uint32_t http_partial_content = 206;
 constexpr uint32_t http_range_not_satisfiable = 416;
 
+bool is_requested(const StopSignal* stop) { return stop != nullptr && stop->requested(); }
+
 // Reads at most `count` bytes and fills `got` with their number, 0 at the end of the body.
 bool read_chunk(const HttpSession& session, const HttpRequest& request, uint8_t* bytes, size_t count, size_t& got,
                 const char* step, std::string& error) {
   const LeavableCall call(session);
   // A read waits until all that it asks for has come. Asking for what is there already makes a cancel, the progress and
-  // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there. A single
-  // byte is not worth the question.
+  // the partial file not wait for a whole buffer from a slow server; at the end of the body nothing is there. For a
+  // single byte asking first brings nothing.
   DWORD available = 0;
   DWORD read = 0;
   const auto most = static_cast<DWORD>(count);
@@ -40,9 +42,13 @@ bool read_chunk(const HttpSession& session, const HttpRequest& request, uint8_t*
 }
 
 bool read_body(const HttpSession& session, const HttpRequest& request, std::string& body, uint64_t max_bytes,
-               std::string& error) {
+               std::string& error, const StopSignal* stop) {
   std::vector<uint8_t> buffer(memory_chunk_bytes);
   for (;;) {
+    if (is_requested(stop)) {
+      error = "cancelled";
+      return false;
+    }
     size_t got = 0;
     if (!read_chunk(session, request, buffer.data(), buffer.size(), got, "read", error)) return false;
     if (got == 0) return true;
@@ -64,14 +70,9 @@ std::string leading_number(const std::wstring& text) {
 // One download, used once.
 class RangeDownload {
  public:
-  RangeDownload(uint64_t offset, uint64_t total_size, const TransferSink& sink, const std::atomic<bool>* cancel_flag,
+  RangeDownload(uint64_t offset, uint64_t total_size, const TransferSink& sink, const StopSignal* stop,
                 ReceiveBuffer& buffer, std::string& error)
-      : offset_(offset),
-        total_size_(total_size),
-        sink_(sink),
-        cancel_flag_(cancel_flag),
-        buffer_(buffer),
-        error_(error) {}
+      : offset_(offset), total_size_(total_size), sink_(sink), stop_(stop), buffer_(buffer), error_(error) {}
 
   TransferResult run(const HttpSession& session, const std::wstring& url, uint32_t& http_status) {
     http_status = 0;
@@ -137,9 +138,9 @@ class RangeDownload {
   TransferResult receive_body(const HttpSession& session) {
     uint64_t remaining = total_size_ - offset_;
     for (;;) {
-      if (cancel_flag_ != nullptr && cancel_flag_->load()) return fail(TransferResult::cancelled, "cancelled");
+      if (is_requested(stop_)) return fail(TransferResult::cancelled, "cancelled");
       size_t got = 0;
-      // After the last byte only the end of the body is still to be read, by which the connection can serve again.
+      // After the last byte only the end of the body is left to read, so that the connection can be reused.
       const ReceiveBuffer::Space space = buffer_.free_space();
       if (!read_chunk(session, request_, space.bytes, remaining == 0 ? 1 : space.count, got, "download", error_)) {
         return TransferResult::network;
@@ -159,7 +160,7 @@ class RangeDownload {
   uint64_t offset_;
   uint64_t total_size_;
   const TransferSink& sink_;
-  const std::atomic<bool>* cancel_flag_;
+  const StopSignal* stop_;
   ReceiveBuffer& buffer_;
   std::string& error_;
   HttpRequest request_;
@@ -168,7 +169,7 @@ class RangeDownload {
 }  // namespace
 
 int32_t fetch_to_memory(const HttpSession& session, const std::wstring& url, std::string& body, uint64_t max_bytes,
-                        std::string& error) {
+                        std::string& error, const StopSignal* stop) {
   body.clear();
   UrlParts parts;
   if (!parse_url(url, parts, error)) return transport_failure;
@@ -178,15 +179,15 @@ int32_t fetch_to_memory(const HttpSession& session, const std::wstring& url, std
     return transport_failure;
   }
   if (status != http_ok) return static_cast<int32_t>(status);
-  if (read_body(session, request, body, max_bytes, error)) return static_cast<int32_t>(http_ok);
+  if (read_body(session, request, body, max_bytes, error, stop)) return static_cast<int32_t>(http_ok);
   body.clear();
   return transport_failure;
 }
 
 TransferResult download_range(const HttpSession& session, const std::wstring& url, uint64_t offset, uint64_t total_size,
-                              const TransferSink& sink, const std::atomic<bool>* cancel_flag, ReceiveBuffer& buffer,
+                              const TransferSink& sink, const StopSignal* stop, ReceiveBuffer& buffer,
                               uint32_t& http_status, std::string& error) {
-  return RangeDownload(offset, total_size, sink, cancel_flag, buffer, error).run(session, url, http_status);
+  return RangeDownload(offset, total_size, sink, stop, buffer, error).run(session, url, http_status);
 }
 
 }  // namespace kvx

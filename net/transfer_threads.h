@@ -28,6 +28,10 @@ class TransferThreads {
   TransferThreads& operator=(const TransferThreads&) = delete;
   ~TransferThreads();
 
+  // What the transfers in a body must use, so that a stuck one is seen as such.
+  [[nodiscard]] const HttpSession& session() const { return session_; }
+  [[nodiscard]] const StopSignal& stop() const { return stop_; }
+
   // Runs `body` on `count` threads at once, or on fewer where the system gives no more. The body must return soon after
   // a stop, except from inside a leavable call. Until a stop, the calling thread calls `while_waiting` every 50 ms.
   //

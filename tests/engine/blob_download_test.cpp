@@ -130,7 +130,7 @@ TEST_F(BlobDownload, TakesUpWhatAnEarlierRunLeft) {
     write_text(part(content_), c.partial);
     const size_t logged = log_.messages().size();
     std::string error;
-    ASSERT_TRUE(download_blob({ui_, stop_, session_, base_url, store_}, job(content_), buffer_, error)) << error;
+    ASSERT_TRUE(download_blob({ui_, stop_, base_url, store_}, session_, job(content_), buffer_, error)) << error;
     expect_finished();
     std::vector<std::string> asked;
     for (const RecordedRequest& request : server.requests()) asked.push_back(request.header("Range").value_or("all"));

@@ -145,6 +145,27 @@ TEST_F(DownloadPool, StopsTheOthersAtTheFirstFailureAndReportsItsText) {
   EXPECT_TRUE(exists(part(content_of(50))));
 }
 
+TEST_F(DownloadPool, LeavesNoneBehindThatStillReceivesBytesWhenAnotherFails) {
+  constexpr DWORD between_bytes_ms = 10;
+  constexpr size_t before_failure = 20;  // long enough for the pool to begin gathering bytes
+  constexpr size_t slow_bytes = 500;
+  const Gate failure;
+  ScriptedResponse slow(headers_for(slow_bytes));
+  for (size_t i = 0; i < slow_bytes; ++i) {
+    slow.then("x").call([] { Sleep(between_bytes_ms); });
+    if (i == before_failure) slow.wait_for(failure);
+  }
+  server_.script(path_of(slow_bytes), {slow});
+  server_.script(path_of(40), {ScriptedResponse()
+                                   .call([&] {
+                                     EXPECT_TRUE(failure.wait_until_reached());
+                                     failure.open();
+                                   })
+                                   .then(status_line(404) + "Content-Length: 0\r\nConnection: close\r\n\r\n")});
+  EXPECT_EQ(download({slow_bytes, 40}), missing);
+  EXPECT_FALSE(threads_.has_left_behind());
+}
+
 TEST_F(DownloadPool, ReportsAFailureThatComesAfterAnothersCancelledText) {
   const Gate answer_404;
   server_.always(path_of(50), answer(500));

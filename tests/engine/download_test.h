@@ -28,7 +28,7 @@ class DownloadTest : public EngineTest {
   // The error, or empty.
   std::string download(const std::string& content) {
     std::string error;
-    const bool finished = download_blob(context_, job(content), buffer_, error);
+    const bool finished = download_blob(context_, session_, job(content), buffer_, error);
     EXPECT_EQ(finished, error.empty()) << error;
     return error;
   }
@@ -36,7 +36,7 @@ class DownloadTest : public EngineTest {
   ScriptedServer server_;
   const std::wstring base_url_ = server_.base_url();
   HttpSession session_;
-  const BlobDownloadContext context_{ui_, stop_, session_, base_url_, store_};
+  const BlobDownloadContext context_{ui_, stop_, base_url_, store_};
   ReceiveBuffer buffer_;
   TransferThreads threads_{session_, stop_};
 };

@@ -24,7 +24,7 @@ class SelfUpdate : public DownloadTest {
 
   SelfUpdateResult update(const LauncherEntry& entry, bool self_updated = false) {
     const auto download = [this](const std::string& hash, uint64_t size, std::string& error) {
-      return download_blob(context_, {hash, size}, buffer_, error);
+      return download_blob(context_, session_, {hash, size}, buffer_, error);
     };
     return update_launcher(
         {ui_, store_, download, self_path_, install_dir_, temporary_, own_version, self_updated, options_, arguments_},
@@ -129,7 +129,7 @@ TEST_F(SelfUpdate, EndsTheRunWhenTheUserCancelsTheDownload) {
 TEST_F(SelfUpdate, EndsTheRunAtACancelThatComesWithTheLastByte) {
   const LauncherEntry entry = published("1.0.1", no_program);
   const auto cancelled_at_the_end = [this](const std::string& hash, uint64_t size, std::string& error) {
-    const bool finished = download_blob(context_, {hash, size}, buffer_, error);
+    const bool finished = download_blob(context_, session_, {hash, size}, buffer_, error);
     ui_.cancel_requested = true;
     return finished;
   };

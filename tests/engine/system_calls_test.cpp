@@ -223,7 +223,7 @@ class UndoneSelfUpdate : public SystemCalls {
   std::vector<std::string> update() {
     const std::vector<std::wstring> no_arguments;
     const auto download_it = [this](const std::string& hash, uint64_t size, std::string& error) {
-      return download_blob(context_, {hash, size}, buffer_, error);
+      return download_blob(context_, session_, {hash, size}, buffer_, error);
     };
     const size_t before = log_.messages().size();
     const LauncherEntry entry{true, "2.0", sha256_hex(no_program_), no_program_.size()};

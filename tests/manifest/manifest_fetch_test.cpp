@@ -51,8 +51,8 @@ class FetchManifest : public testing::Test {
   Status fetch() {
     error_ = "untouched";
     const auto wait_or_stop = [this](uint32_t milliseconds) { return stop_.wait_or_stop(milliseconds); };
-    return fetch_manifest({session_, threads_, wait_or_stop, base_url_, channel_, built_in_keys()}, manifest_,
-                          signature_, error_);
+    return fetch_manifest({threads_, wait_or_stop, base_url_, channel_, built_in_keys()}, manifest_, signature_,
+                          error_);
   }
 
   // A redirect to where nobody listens fails as a connection does, and the server stays for the other requests.

@@ -148,8 +148,7 @@ TEST_F(TrustedSite, FetchesTheManifestAndItsSignature) {
   std::string signature;
   for (const auto& [channel, status] : {std::pair{std::string("live"), ManifestFetchStatus::ok},
                                         std::pair{std::string("beta"), ManifestFetchStatus::not_published}}) {
-    EXPECT_EQ(fetch_manifest({session_, threads, wait_or_stop, base_url, channel, built_in_keys()}, manifest, signature,
-                             error_),
+    EXPECT_EQ(fetch_manifest({threads, wait_or_stop, base_url, channel, built_in_keys()}, manifest, signature, error_),
               status)
         << error_;
   }

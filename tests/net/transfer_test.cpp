@@ -156,7 +156,7 @@ TEST_F(FetchToMemory, RefusesAUrlBeforeTouchingTheNetwork) {
 
 class DownloadRange : public Transfer {
  protected:
-  TransferResult download(uint64_t offset, uint64_t total_size, const std::atomic<bool>* cancel_flag = nullptr) {
+  TransferResult download(uint64_t offset, uint64_t total_size, const StopSignal* stop = nullptr) {
     received_.clear();
     chunks_ = 0;
     error_ = "untouched";
@@ -167,8 +167,8 @@ class DownloadRange : public Transfer {
       if (on_chunk_) on_chunk_();
       return chunks_ != refused_chunk_;
     };
-    return download_range(session_, url_.empty() ? server_.url("blob") : url_, offset, total_size, sink, cancel_flag,
-                          buffer_, http_status_, error_);
+    return download_range(session_, url_.empty() ? server_.url("blob") : url_, offset, total_size, sink, stop, buffer_,
+                          http_status_, error_);
   }
 
   ReceiveBuffer buffer_;
@@ -361,7 +361,8 @@ TEST_F(DownloadRange, ASinkThatRefusesEndsTheDownload) {
 TEST_F(DownloadRange, SeesACancelThatWasThereBefore) {
   server_.serve("blob", content(1000));
   const std::atomic<bool> cancel{true};
-  EXPECT_EQ(download(0, 1000, &cancel), TransferResult::cancelled);
+  const StopSignal stop(cancel);
+  EXPECT_EQ(download(0, 1000, &stop), TransferResult::cancelled);
   EXPECT_EQ(error_, "cancelled");
   EXPECT_EQ(chunks_, 0U);
   EXPECT_EQ(http_status_, 200U);
@@ -385,9 +386,10 @@ TEST_F(DownloadRange, SeesACancelWithoutWaitingForTheRest) {
   const Gate never;
   const std::string first = content(1048576);
   std::atomic<bool> cancel{false};
+  const StopSignal stop(cancel);
   server_.script("blob", {answer_without_length(200, first).wait_for(never)});
   on_chunk_ = [&] { cancel = received_.size() == first.size(); };
-  EXPECT_EQ(download(0, 3000000, &cancel), TransferResult::cancelled);
+  EXPECT_EQ(download(0, 3000000, &stop), TransferResult::cancelled);
   EXPECT_EQ(error_, "cancelled");
   EXPECT_TRUE(received_ == first);
 }
@@ -395,7 +397,8 @@ TEST_F(DownloadRange, SeesACancelWithoutWaitingForTheRest) {
 TEST_F(DownloadRange, ACancelDoesNotHideWhatTheServerAnswered) {
   server_.script("blob", {answer(404)});
   const std::atomic<bool> cancel{true};
-  EXPECT_EQ(download(0, 1000, &cancel), TransferResult::http_status);
+  const StopSignal stop(cancel);
+  EXPECT_EQ(download(0, 1000, &stop), TransferResult::http_status);
   EXPECT_EQ(error_, "the server answered HTTP 404");
 }
 

@@ -4,6 +4,7 @@
 
 #include <windows.h>
 #include <process.h>
+#include <winhttp.h>
 
 #include <atomic>
 #include <gmock/gmock.h>
@@ -40,11 +41,21 @@ DWORD WINAPI wait_or_fail(DWORD count, const HANDLE* handles, BOOL all, DWORD mi
   return WAIT_FAILED;
 }
 
+std::atomic<size_t> reads_begun{0};
+
 }  // namespace
 }  // namespace kvx::test
 
 KVX_REPLACE(_beginthreadex, kvx::test::start_if_any_is_left)
 KVX_REPLACE(WaitForMultipleObjects, kvx::test::wait_or_fail)
+
+// With C linkage this is the very function that the program calls.
+extern "C" WINBOOL WINAPI WinHttpQueryDataAvailable(HINTERNET request, LPDWORD available) {
+  static const auto system_query =
+      kvx::test::system_function<decltype(&WinHttpQueryDataAvailable)>("WinHttpQueryDataAvailable", L"winhttp.dll");
+  ++kvx::test::reads_begun;
+  return system_query(request, available);
+}
 
 namespace kvx::test {
 namespace {
@@ -69,7 +80,7 @@ class TransferThreadsTest : public testing::Test {
     return ran;
   }
 
-  int32_t fetch(std::string& body) { return fetch_or_stop(threads_, session_, server_.base_url(), body, 100, error_); }
+  int32_t fetch(std::string& body) { return fetch_or_stop(threads_, server_.base_url(), body, 100, error_); }
 
   ScriptedServer server_;
   HttpSession session_;
@@ -114,24 +125,44 @@ TEST_F(TransferThreadsTest, LetTheCallerDoSomethingWhileItWaits) {
 
 TEST_F(TransferThreadsTest, LeaveAFetchThatWaitsForTheNetworkBehind) {
   const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\n";
-  for (const std::string& before : {std::string(), head.substr(0, 20), head, head + "bo"}) {
+  struct Case {
+    std::string before;  // the server becomes silent
+    size_t reads;        // until the one that waits
+  };
+  for (const auto& [before, reads] : {Case{"", 0}, {head.substr(0, 20), 0}, {head, 1}, {head + "bo", 2}}) {
     SCOPED_TRACE(before);
+    reads_begun = 0;
     TransferThreads threads(session_, stop_);
     const Gate gate;
     server_.script("", {ScriptedResponse(before).wait_for(gate).then((head + "body").substr(before.size()))});
     cancel_requested_ = false;
-    std::thread user([&] {
+    std::thread user([&, reads = reads] {
       EXPECT_TRUE(gate.wait_until_reached());
+      for (const uint64_t end = GetTickCount64() + 20000; reads_begun < reads && GetTickCount64() < end;) Sleep(1);
       cancel_requested_ = true;
     });
     std::string body = "as before";
-    EXPECT_EQ(fetch_or_stop(threads, session_, server_.base_url(), body, 100, error_), transport_failure);
+    EXPECT_EQ(fetch_or_stop(threads, server_.base_url(), body, 100, error_), transport_failure);
     EXPECT_EQ(error_, "cancelled");
     EXPECT_EQ(body, "");
     EXPECT_TRUE(threads.has_left_behind());
     user.join();
     gate.open();
   }
+}
+
+TEST_F(TransferThreadsTest, LeaveNoFetchBehindThatStillReceivesBytes) {
+  constexpr DWORD between_bytes_ms = 10;
+  constexpr size_t slow_bytes = 500;
+  ScriptedResponse slow("HTTP/1.1 200 OK\r\nContent-Length: 500\r\nConnection: close\r\n\r\nx");
+  slow.call([this] { cancel_requested_ = true; });
+  for (size_t i = 1; i < slow_bytes; ++i) slow.then("x").call([] { Sleep(between_bytes_ms); });
+  server_.script("", {slow});
+  std::string body;
+  EXPECT_EQ(fetch_or_stop(threads_, server_.base_url(), body, slow_bytes, error_), transport_failure);
+  EXPECT_EQ(error_, "cancelled");
+  EXPECT_EQ(body, "");
+  EXPECT_FALSE(threads_.has_left_behind());
 }
 
 TEST_F(TransferThreadsTest, WaitForAThreadThatIsNotInTheNetwork) {
