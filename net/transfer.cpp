@@ -67,6 +67,12 @@ std::string leading_number(const std::wstring& text) {
   return to_utf8(first == std::wstring::npos ? digits.substr(0, 1) : digits.substr(first));
 }
 
+// For a message: a header may have thousands of digits.
+std::string shortened(const std::string& number) {
+  constexpr size_t shown_digits = 20;  // as many as the largest number of 64 bits
+  return number.size() <= shown_digits ? number : number.substr(0, shown_digits) + "...";
+}
+
 // One download, used once.
 class RangeDownload {
  public:
@@ -112,8 +118,8 @@ class RangeDownload {
     const std::string length = leading_number(header);
     const std::string expected = std::to_string(total_size_);
     if (length.empty() || length == expected) return TransferResult::ok;
-    return fail(TransferResult::protocol,
-                "the server reports a different file size (" + length + " instead of " + expected + " bytes)");
+    return fail(TransferResult::protocol, "the server reports a different file size (" + shortened(length) +
+                                              " instead of " + expected + " bytes)");
   }
 
   TransferResult check_partial_content() {

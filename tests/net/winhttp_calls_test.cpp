@@ -487,7 +487,9 @@ TEST_F(WinHttpCalls, ALengthIsComparedHoweverManyDigitsItHas) {
        {Case{L"4", ""}, Case{L"0004", ""}, Case{std::wstring(100, L'0') + L"4", ""},
         Case{L"18446744073709551620", "18446744073709551620"},  // 4 more than fit into 64 bits
         Case{L"018446744073709551620", "18446744073709551620"}, Case{L"18446744073709551615", "18446744073709551615"},
-        Case{L"4" + std::wstring(40, L'0'), "4" + std::string(40, '0')}, Case{L"0", "0"}, Case{L"000", "0"},
+        Case{L"4" + std::wstring(19, L'0'), "4" + std::string(19, '0')},
+        Case{L"4" + std::wstring(20, L'0'), "4" + std::string(19, '0') + "..."},
+        Case{L"4" + std::wstring(30000, L'0'), "4" + std::string(19, '0') + "..."}, Case{L"0", "0"}, Case{L"000", "0"},
         Case{L"40", "40"}, Case{L"5, 4", "5"}, Case{L"4 bytes", ""}, Case{L"-4", ""},
         Case{L"four", ""}}) {  // no number says nothing
     SCOPED_TRACE(to_utf8(c.header.substr(0, 100)));
