@@ -41,16 +41,14 @@ class InstalledCheck {
     return true;
   }
 
-  // After every file, so that the work of a long check survives a crash; but when all saves together have cost more
-  // than a twentieth of the check's time, only once they have not. A cache that something holds takes seconds to fail;
-  // it is not waited for again before the end.
+  // Saves after every file, so that the work of a long check survives a crash, but not while the saves have taken more
+  // than a twentieth of the check's time so far. That also bounds the wait for a cache that another program holds.
   void save_new_digests() {
-    constexpr uint64_t least_time_for_saving = 20;
-    if (!has_new_digests_ || !cache_can_be_saved_) return;
+    constexpr uint64_t check_time_per_save_time = 20;
+    if (!has_new_digests_) return;
     const uint32_t now_ms = tick_count_ms();
-    if (saving_ms_ * least_time_for_saving > now_ms - start_ms_) return;
-    cache_can_be_saved_ = context_.cache.save(&context_.stop);
-    has_new_digests_ = false;
+    if (saving_ms_ * check_time_per_save_time > now_ms - start_ms_) return;
+    has_new_digests_ = !context_.cache.save(&context_.stop);
     saving_ms_ += tick_count_ms() - now_ms;
   }
 
@@ -137,7 +135,6 @@ class InstalledCheck {
   const uint32_t start_ms_ = tick_count_ms();
   uint64_t saving_ms_ = 0;  // of all saves so far
   bool has_new_digests_ = false;
-  bool cache_can_be_saved_ = true;
 
   FileHasher hasher_;
   std::wstring path_ = long_path(context_.install_dir) + L'\\';

@@ -166,6 +166,26 @@ TEST_F(InstalledCheck, DoesNotWaitAfterEachFileForACacheThatCannotBeSaved) {
   EXPECT_EQ(clock_.total_slept_ms(), 2 * one_failed_save_ms);  // after the first file, and at the end
 }
 
+TEST_F(InstalledCheck, SavesDigestsLaterThatAFailedSaveDidNot) {
+  constexpr uint32_t time_for_another_save_ms = 20 * 6000;  // a failed one has taken 6 s
+  const std::string large(12582912, 'x');                   // three blocks
+  const ReleaseBuilder release = ReleaseBuilder().file("first", "first").file("large", large);
+  put_on_disk("first", "first");
+  put_on_disk("large", large);
+  write_text(cache_path_, "");
+  FileLock lock(cache_path_, FILE_SHARE_READ);
+  bool saved_on_the_way = false;
+  clock_.on_look([&] {
+    if (ui_.progress_done > 5) {
+      lock.release();
+      clock_.set_tick_count_ms(time_for_another_save_ms);
+    }
+    if (ui_.progress_done < 5 + large.size() && remembered("first") == sha256_hex("first")) saved_on_the_way = true;
+  });
+  EXPECT_EQ(check(release), std::vector<uint64_t>());
+  EXPECT_TRUE(saved_on_the_way);
+}
+
 TEST_F(InstalledCheck, SavesTheCacheAlongTheWayForATwentiethOfItsTimeAtMost) {
   constexpr size_t files = 200;
   constexpr uint32_t one_step_ms = 10;  // from one look at the clock to the next: hashing, or one save
