@@ -1,7 +1,7 @@
-# kvx_late_library(NAME DLL DEF): the library NAME, for whoever calls functions of the system library DLL. A program with
-# the property KVX_LATE_LIBRARIES imports nothing by the library's name: it is loaded at the first call of a function that
-# the file DEF lists. Every other program imports DLL as usual, and so does everything that clang builds, which is for
-# checks alone: its linker puts such a library where the loader cannot write.
+# kvx_late_library(NAME DLL DEF): the library NAME, for targets that call functions of the system library DLL. A program
+# with the property KVX_LATE_LIBRARIES imports nothing by the library's name: it is loaded at the first call of a
+# function that the file DEF lists. Every other program imports DLL as usual, and so does everything that clang builds,
+# which is for checks alone: its linker puts such a library where the loader cannot write.
 function(kvx_late_library name dll def)
   add_library(${name} INTERFACE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

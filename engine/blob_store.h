@@ -25,8 +25,9 @@ class BlobStore {
   [[nodiscard]] std::wstring partial_path(const std::string& hash) const;
   [[nodiscard]] std::wstring blob_path(const std::string& hash) const;
 
-  // Lists both folders, so that the next two need not ask the system for every single blob. From then on they do not
-  // see what else comes or goes, but for clear_staging.
+  // Lists both folders, so that has_blob and staged_bytes need not ask the system for every single blob. Later changes
+  // on disk are not seen until clear_staging. The sizes are those of the listing, which the system may update late; a
+  // size that is wrong there costs another download and never a wrong blob, because every blob is hashed.
   void take_stock();
 
   // True when a finished blob of that size is there. Its content is not read.
@@ -47,7 +48,7 @@ class BlobStore {
     SizeByName finished;
   };
 
-  // Nothing where there is no such file.
+  // Empty when the file does not exist.
   [[nodiscard]] std::optional<uint64_t> finished_size(const std::string& hash) const;
   [[nodiscard]] std::optional<uint64_t> partial_size(const std::string& hash) const;
 

@@ -1,5 +1,5 @@
 // The keys of one object while it is read. Most objects are small and scanned; a large one gets a hash table, so that
-// reading takes time proportional to the text whatever it holds.
+// reading takes time proportional to the text, unless its keys were chosen to have the same hash.
 #pragma once
 
 #include <cstddef>

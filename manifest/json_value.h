@@ -35,7 +35,7 @@ class JsonValue {
   [[nodiscard]] JsonElements elements() const;
   [[nodiscard]] JsonMembers members() const;
 
-  // The member of that name, compared byte for byte; null when there is none or this is no object.
+  // The member of that name, compared byte for byte; null when there is none or this is not an object.
   [[nodiscard]] const JsonValue* find_member(std::string_view key) const;
 
  private:

@@ -24,7 +24,7 @@ void ReceiveBuffer::open(const TransferSink& sink, uint64_t expected_bytes) {
   refused_ = false;
 }
 
-ReceiveBuffer::Space ReceiveBuffer::free_space() {
+ReceiveBuffer::Space ReceiveBuffer::next_space() {
   const std::lock_guard guard(lock_);
   if (begin_ == end_) begin_ = end_ = 0;
   return {bytes_.get() + end_, capacity_ - end_};

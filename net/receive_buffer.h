@@ -1,6 +1,7 @@
 // The bytes of a transfer on their way from the network to where they are stored. While they come fast they are
 // gathered, so that the sink gets few large pieces. A thread that waits for more cannot store what it has: for that,
-// another one calls pass_on_waiting every so often. Without such a thread nothing is gathered.
+// another one calls pass_on_waiting every so often. Until its first call nothing is gathered; after that it is taken to
+// go on for as long as the buffer serves transfers.
 //
 // Serves one transfer at a time, any number in turn.
 #pragma once
@@ -29,8 +30,8 @@ class ReceiveBuffer {
   // `expected_bytes` is allocated for them, and a little.
   void open(const TransferSink& sink, uint64_t expected_bytes);
 
-  // Where the next bytes go; never empty, and at least as large as what is still expected or a few KiB.
-  [[nodiscard]] Space free_space();
+  // Where the next bytes go; at least 4 KiB.
+  [[nodiscard]] Space next_space();
 
   // Takes the first `count` bytes of that space over. False when the sink has refused a chunk, this one or an earlier.
   [[nodiscard]] bool add(size_t count);

@@ -147,7 +147,7 @@ class RangeDownload {
       if (is_requested(stop_)) return fail(TransferResult::cancelled, "cancelled");
       size_t got = 0;
       // After the last byte only the end of the body is left to read, so that the connection can be reused.
-      const ReceiveBuffer::Space space = buffer_.free_space();
+      const ReceiveBuffer::Space space = buffer_.next_space();
       if (!read_chunk(session, request_, space.bytes, remaining == 0 ? 1 : space.count, got, "download", error_)) {
         return TransferResult::network;
       }

@@ -23,7 +23,7 @@ class ReceiveBufferTest : public testing::Test {
 
   // The network brings so many bytes, each of which tells its position.
   bool receive(size_t count) {
-    const ReceiveBuffer::Space space = buffer_.free_space();
+    const ReceiveBuffer::Space space = buffer_.next_space();
     EXPECT_LE(count, space.count);
     for (size_t i = 0; i < count; ++i) space.bytes[i] = static_cast<uint8_t>((received_ + i) * 31 >> 3);
     received_ += count;
@@ -124,7 +124,7 @@ TEST_F(ReceiveBufferTest, IsNoLargerThanItsTransferNeeds) {
   const auto space_for = [this](uint64_t expected_bytes) {
     ReceiveBuffer buffer;
     buffer.open(sink_, expected_bytes);
-    const size_t count = buffer.free_space().count;
+    const size_t count = buffer.next_space().count;
     EXPECT_TRUE(buffer.close());
     return count;
   };
@@ -139,7 +139,7 @@ TEST_F(ReceiveBufferTest, AlwaysHasSpace) {
   watch();
   buffer_.open(sink_, 8192);
   for (int i = 0; i < 100; ++i) {
-    const ReceiveBuffer::Space space = buffer_.free_space();
+    const ReceiveBuffer::Space space = buffer_.next_space();
     ASSERT_GE(space.count, 4096U);
     ASSERT_TRUE(receive(std::min(space.count, size_t{3000})));
   }
