@@ -1,5 +1,7 @@
 #include "engine/install.h"
 
+#include <windows.h>
+
 #include <map>
 #include <set>
 #include <string_view>
@@ -67,8 +69,7 @@ class Install {
   bool place_file(const ManifestFile& file, bool is_last_use) {
     const std::wstring target = destination(file.native_path());
     uint32_t error = 0;
-    while (!try_to_place(file, target, is_last_use, error)) {
-      known_folders_.clear();  // they may be what is missing
+    while (!place_in_folder(file, target, is_last_use, error)) {
       if (!ask_to_retry(replacing, file.path, error)) {
         return false;
       }
@@ -79,6 +80,13 @@ class Install {
     }
     ++context_.ui.progress_done;
     return true;
+  }
+
+  // A known folder may be gone again; it is made again before anybody is asked.
+  bool place_in_folder(const ManifestFile& file, const std::wstring& target, bool is_last_use, uint32_t& error) {
+    if (try_to_place(file, target, is_last_use, error)) return true;
+    known_folders_.clear();
+    return error == ERROR_PATH_NOT_FOUND && try_to_place(file, target, is_last_use, error);
   }
 
   // The last file with this content takes the blob itself; earlier ones get a copy, made beside them.

@@ -32,9 +32,11 @@ std::wstring previous_log_name(const std::wstring& path) {
 }  // namespace
 
 void open(const std::wstring& path) {
+  // Before the lock is taken: where no memory is left for it, that is logged.
+  const std::wstring previous = previous_log_name(path);
   const LockGuard guard;
   if (handle != INVALID_HANDLE_VALUE) return;
-  MoveFileExW(path.c_str(), previous_log_name(path).c_str(), MOVEFILE_REPLACE_EXISTING);
+  MoveFileExW(path.c_str(), previous.c_str(), MOVEFILE_REPLACE_EXISTING);
   handle =
       CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }

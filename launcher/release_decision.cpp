@@ -145,14 +145,14 @@ RunOutcome Updater::bring_up_to(const Release& release) {
   work.first_install = is_first_install(manifest);
   if (!plan(manifest, work.files_to_replace)) return RunOutcome::cancelled;
   work.files_to_remove = count_removable(manifest, layout_.install_dir, stop_);
-  if (ui_.cancel_requested) return RunOutcome::cancelled;  // before all removals were looked for
+  if (ui_.cancel_requested) return RunOutcome::cancelled;  // count_removable may have stopped early
   if (work.files_to_replace.empty() && work.files_to_remove == 0) return finish_up_to_date(release);
 
   store_.take_stock();
   plan_downloads(
       manifest, [this](const std::string& hash, uint64_t size) { return staged_bytes(hash, size); }, work);
   log_work(manifest, work);
-  if (ui_.cancel_requested) return RunOutcome::cancelled;  // while the blobs were looked for
+  if (ui_.cancel_requested) return RunOutcome::cancelled;
   if (work.first_install && !confirm_first_install(manifest, work)) return RunOutcome::cancelled;
   if (!ensure_disk_space(work.needed_bytes)) {
     if (ui_.cancel_requested) return RunOutcome::cancelled;
@@ -177,8 +177,8 @@ RunOutcome Updater::finish_up_to_date(const Release& release) {
     repair_installed_copies(layout_.staging_dir, release, &stop_);
   }
   clear_staging(&stop_);
-  if (ui_.cancel_requested) return RunOutcome::cancelled;
   ui_.allow_cancel(false);
+  if (ui_.cancel_requested) return RunOutcome::cancelled;
   ui_.show_status(L"KVX " + to_wide(manifest.version) + L" is up to date.", L"");
   result_message_ = "up to date " + manifest.version;
   return start_game(manifest);

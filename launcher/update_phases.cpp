@@ -35,6 +35,7 @@ RunOutcome Updater::download(const Manifest& manifest, const WorkList& work) {
 RunOutcome Updater::wait_for_game_to_close() {
   ui_.allow_cancel(false);
   ui_.end_progress();
+  if (ui_.cancel_requested) return RunOutcome::cancelled;
   ui_.show_status(L"Waiting for KVX to close...", L"");
   if (wait_until_game_closed(ui_, layout_.install_dir)) return RunOutcome::success;
   result_message_ = "KVX is running";

@@ -32,7 +32,7 @@ class Ui {
   // Asks or tells the user, and blocks until the answer. `style` is a Win32 message-box style, the result its button.
   [[nodiscard]] virtual uint32_t message_box(const std::wstring& text, uint32_t style) = 0;
 
-  // Whether the user may cancel from now on.
+  // Whether the user may cancel from now on. A cancel that came before shows in `cancel_requested` afterwards.
   virtual void allow_cancel(bool allowed) = 0;
 
   // Enters a mode. The mode is stored last, so that it is never seen with another phase's total.

@@ -298,8 +298,8 @@ void Window::on_close() {
     const std::lock_guard guard(lock_);
     if (!cancel_allowed_ || cancelling_) return;
     cancelling_ = true;
+    cancel_requested = true;  // under the lock: a worker that forbids to cancel sees it afterwards
   }
-  cancel_requested.exchange(true);
   SetWindowTextW(cancel_button_, L"Cancelling...");
   EnableWindow(cancel_button_, FALSE);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <numeric>
 
 #include "foundations/error_text.h"
@@ -331,6 +332,20 @@ TEST_F(InstallStep, MakesAFolderAgainThatIsGoneWhenTheUserRetries) {
   EXPECT_EQ(install_all(release), "");
   EXPECT_EQ(ui_.prompts().size(), 1U);
   EXPECT_EQ(read_text(target), "new a");
+}
+
+TEST_F(InstallStep, MakesAFolderAgainThatSomebodyRemoves) {
+  const ReleaseBuilder release = ReleaseBuilder().file("data/a", "first").file("data/b", "second");
+  const std::string later = std::max(sha256_hex("first"), sha256_hex("second"));
+  std::unique_ptr<FileLock> lock;
+  ui_.on_status([&](const UiEvent&) { lock = std::make_unique<FileLock>(store_.blob_path(later), FILE_SHARE_READ); });
+  clock_.on_sleep([&](uint32_t) {
+    remove_tree(game(L"data"));
+    lock->release();
+  });
+  EXPECT_EQ(install_all(release), "");
+  EXPECT_THAT(ui_.prompts(), IsEmpty());
+  EXPECT_THAT(list_folder(game(L"data")), testing::SizeIs(1));
 }
 
 TEST_F(InstallStep, AsksAboutARemovalUntilItIsGone) {

@@ -21,6 +21,7 @@ TEST(ProcessEnd, IsAtOnceAndSaysWhyWhereItCan) {
   };
   for (const Case& c : {Case{L"memory", 99, {"started", "out of memory"}},
                         Case{L"memory-on-a-thread", 99, {"started", "out of memory"}},
+                        Case{L"memory-for-the-log", 99, {"started"}},  // the end has no log to say why in
                         Case{L"exception", 99, {"started"}}, Case{L"exception-on-a-thread", 99, {"started"}},
                         Case{L"terminate", 99, {"started"}}, Case{L"end", 60, {"started"}}}) {
     SCOPED_TRACE(to_utf8(c.way));

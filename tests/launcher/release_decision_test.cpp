@@ -370,6 +370,17 @@ TEST_F(ReleaseDecision, EndsAtACancelDuringTheCheckOfInstalledFiles) {
   EXPECT_THAT(ui.prompts(), IsEmpty());
 }
 
+TEST_F(ReleaseDecision, EndsAtACancelThatComesJustBeforeTheGameStarts) {
+  install_files(release());
+  publish(release());
+  ui.on_allow_cancel([this](bool allowed) {
+    if (!allowed) ui.cancel_requested = true;
+  });
+  EXPECT_EQ(run(), RunOutcome::cancelled);
+  EXPECT_THAT(ui.statuses(), Not(Contains(status_event(L"KVX 1.1 is up to date."))));
+  EXPECT_EQ(result(), result_text(60, 0, ""));
+}
+
 TEST_F(ReleaseDecision, EndsAtACancelWhileAHeldFileIsWaitedFor) {
   install_files(release());
   publish(release());

@@ -185,6 +185,21 @@ TEST_F(UpdatePhases, KeepsWhatWasDownloadedAtACancelAndResumesItLater) {
   EXPECT_FALSE(test::exists(partial_blob(content)));
 }
 
+TEST_F(UpdatePhases, EndsAtACancelThatComesJustBeforeTheInstall) {
+  publish(release());
+  ui.on_allow_cancel([this](bool allowed) {
+    if (!allowed) ui.cancel_requested = true;
+  });
+  EXPECT_EQ(run(), RunOutcome::cancelled);
+  EXPECT_THAT(ui.prompts(), IsEmpty());
+  EXPECT_THAT(ui.statuses(), Not(Contains(status_event(L"Waiting for KVX to close..."))));
+  EXPECT_EQ(ui.progress_mode.load(), ProgressMode::busy);
+  EXPECT_EQ(result(), result_text(60, 0, ""));
+  EXPECT_EQ(state(), old_state);
+  EXPECT_TRUE(test::exists(blob("game 1.1")));
+  EXPECT_FALSE(test::exists(installed(L"bin")));
+}
+
 bool opens(const std::wstring& path) {
   return static_cast<bool>(
       FileHandle(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));

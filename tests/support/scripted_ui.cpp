@@ -76,8 +76,13 @@ uint32_t ScriptedUi::message_box(const std::wstring& text, uint32_t style) {
 }
 
 void ScriptedUi::allow_cancel(bool allowed) {
-  const std::lock_guard guard(lock_);
-  events_.push_back(allow_cancel_event(allowed));
+  std::function<void(bool)> function;
+  {
+    const std::lock_guard guard(lock_);
+    events_.push_back(allow_cancel_event(allowed));
+    function = on_allow_cancel_;
+  }
+  if (function) function(allowed);
 }
 
 void ScriptedUi::answer(uint32_t button) {
@@ -93,6 +98,11 @@ void ScriptedUi::on_prompt(std::function<uint32_t(const UiEvent&)> function) {
 void ScriptedUi::on_status(std::function<void(const UiEvent&)> function) {
   const std::lock_guard guard(lock_);
   on_status_ = std::move(function);
+}
+
+void ScriptedUi::on_allow_cancel(std::function<void(bool)> function) {
+  const std::lock_guard guard(lock_);
+  on_allow_cancel_ = std::move(function);
 }
 
 std::vector<UiEvent> ScriptedUi::events() const {

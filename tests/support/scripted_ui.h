@@ -47,6 +47,9 @@ class ScriptedUi : public Ui {
   // Called on the showing thread for every status.
   void on_status(std::function<void(const UiEvent&)> function);
 
+  // Called on the worker's thread whenever it allows or forbids to cancel, before that holds.
+  void on_allow_cancel(std::function<void(bool allowed)> function);
+
   [[nodiscard]] std::vector<UiEvent> events() const;
   [[nodiscard]] std::vector<UiEvent> prompts() const;
   [[nodiscard]] std::vector<UiEvent> statuses() const;
@@ -59,6 +62,7 @@ class ScriptedUi : public Ui {
   std::deque<uint32_t> answers_;
   std::function<uint32_t(const UiEvent&)> on_prompt_;
   std::function<void(const UiEvent&)> on_status_;
+  std::function<void(bool)> on_allow_cancel_;
 };
 
 }  // namespace kvx::test
