@@ -17,7 +17,7 @@ namespace kvx {
 
 struct InstallContext {
   Ui& ui;
-  StateFile& state;  // says "complete=0" from the first change on
+  StateFile& state;  // on the disk, says "complete=0" before the first file is changed
   HashCache& cache;
   const std::wstring& install_dir;
   const BlobStore& store;  // holds every blob that is needed, verified; they are used up
@@ -25,7 +25,8 @@ struct InstallContext {
 
 // Places the files that `to_place` names by their index in the manifest, and deletes the manifest's removals. False
 // after the user chose to stop at a file; `reason` then names it, what was placed stays placed, and the state stays
-// incomplete.
+// incomplete. Where that file is the state itself, nothing was changed on the disk, and `state` must not be saved
+// later.
 [[nodiscard]] bool install(const InstallContext& context, const Manifest& manifest,
                            const std::vector<uint64_t>& to_place, std::string& reason);
 

@@ -40,8 +40,8 @@ bool pause(uint32_t milliseconds, const StopSignal* stop) {
   return true;
 }
 
-// Calls `attempt` until it succeeds, fails with an error that will not pass, or has had all its tries. After a stop it
-// has one more, a moment later.
+// Calls `attempt` until it succeeds, fails with an error that will not pass, or has had all its tries. After a stop
+// there is one more, a moment later, but none beyond the last.
 template <typename Attempt>
 bool with_retries(Attempt attempt, uint32_t& error, const StopSignal* stop) {
   error = 0;

@@ -25,8 +25,8 @@ struct FileStamp {
 // True for anything that exists and is not a folder.
 [[nodiscard]] bool is_file(const std::wstring& path);
 
-// One attribute query, no open. Fails for a folder and for a file that is not there; `folder_is_missing` then tells
-// whether that is because its folder is not there either.
+// One attribute query, no open. Fails for a folder and for a file that is not there; `folder_is_missing` is then
+// true when its folder is not there either.
 [[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp, bool& folder_is_missing);
 [[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp);
 
@@ -50,7 +50,9 @@ struct FolderEntry {
 [[nodiscard]] bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes);
 
 // Writes a sibling named `path` + ".tmp", flushes it to the disk and moves it into place, so that `path` never holds
-// half of its content. On failure the old file is untouched and the sibling is gone. Waits like move_file.
+// half of its content. Waits like move_file to move it, but fails at once where the sibling cannot be opened, for
+// example because a program holds one left behind. On failure the old file is untouched, and what was written is
+// deleted.
 [[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes, uint32_t& error,
                                      const StopSignal* stop = nullptr);
 [[nodiscard]] bool write_file_atomic(const std::wstring& path, const std::string& bytes);

@@ -14,6 +14,8 @@ namespace kvx {
 class LongPath {
  public:
   explicit LongPath(const std::wstring& path);
+  LongPath(const LongPath&) = delete;  // a copy would refer into the original
+  LongPath& operator=(const LongPath&) = delete;
 
   [[nodiscard]] const wchar_t* c_str() const { return path_.c_str(); }
 

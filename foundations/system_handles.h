@@ -26,7 +26,7 @@ struct FindHandleTraits {
 };
 
 using FileHandle = UniqueHandle<FileHandleTraits>;      // CreateFileW, CreateToolhelp32Snapshot
-using KernelHandle = UniqueHandle<KernelHandleTraits>;  // OpenProcess, CreateProcessW
+using KernelHandle = UniqueHandle<KernelHandleTraits>;  // OpenProcess, CreateProcessW, _beginthreadex
 using FindHandle = UniqueHandle<FindHandleTraits>;      // FindFirstFileExW
 
 }  // namespace kvx

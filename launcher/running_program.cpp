@@ -38,10 +38,9 @@ std::wstring final_path(const std::wstring& folder) {
   return path;
 }
 
-// The two names that the install folder may have.
-class BelowFolder {
+class InstallFolderPrefixes {
  public:
-  explicit BelowFolder(const std::wstring& folder)
+  explicit InstallFolderPrefixes(const std::wstring& folder)
       // With the backslash, a sibling folder whose name merely starts with this one's does not match.
       : given_(folder + L'\\'), final_(final_path(folder) + L'\\') {}
 
@@ -59,7 +58,7 @@ class BelowFolder {
 bool find_running_program(const std::wstring& install_dir, std::wstring& image_path) {
   const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
   if (!snapshot) return false;
-  const BelowFolder folder(install_dir);
+  const InstallFolderPrefixes folder(install_dir);
   PROCESSENTRY32W entry{};
   entry.dwSize = sizeof(entry);
   for (BOOL more = Process32FirstW(snapshot.get(), &entry); more != 0; more = Process32NextW(snapshot.get(), &entry)) {

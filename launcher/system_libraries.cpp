@@ -36,8 +36,8 @@ FARPROC WINAPI on_missing(unsigned failure, DelayLoadInfo* call) {
 void use_system_libraries_only() {
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   __pfnDliFailureHook2 = on_missing;
-  // A library that is in memory is not looked for again, whichever library asks for it and however. What is missing
-  // here is reported when it is called.
+  // A library that is in memory is not looked for again by name, whichever library asks for it. What is missing here
+  // is reported when it is called.
   for (const wchar_t* library : {L"bcrypt.dll", L"winhttp.dll"}) {
     LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
   }

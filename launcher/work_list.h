@@ -22,7 +22,7 @@ struct WorkList {
   bool first_install = false;
 };
 
-// How many of the manifest's removals are there to be removed; of those looked at, when `stop` is requested meanwhile.
+// How many of the manifest's removals exist. Counts only part of them after a stop.
 [[nodiscard]] size_t count_removable(const Manifest& manifest, const std::wstring& install_dir, const StopSignal& stop);
 
 // How many bytes of a blob are on disk already.

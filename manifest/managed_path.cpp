@@ -47,15 +47,15 @@ bool is_reserved_device(std::string_view component) {
 // One part of a path.
 struct Component {
   std::string_view name;
-  bool is_ascii;
+  bool path_is_ascii;
   bool is_first;
   bool is_last;
 };
 
 // Case is ignored as the file system does it.
 bool is_called(const Component& component, std::wstring_view name) {
-  // Of half a million files few have a component of that length; the others need no conversion.
-  if (component.is_ascii && component.name.size() != name.size()) return false;
+  // ASCII of another length cannot be equal, and needs no conversion.
+  if (component.path_is_ascii && component.name.size() != name.size()) return false;
   return equals_ignore_case(to_wide(component.name), name);
 }
 

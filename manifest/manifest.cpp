@@ -30,8 +30,8 @@ bool refuse(const char* before, std::string_view path, const char* after, std::s
   return false;
 }
 
-// How many entries before the first that is certain to be refused. Room for any others would be a gift to a hostile
-// text, which has space for 33 million.
+// How many entries come before the first with fewer than three members. Such an entry is refused, so no room is
+// reserved from there on: a hostile text holds 33 million.
 size_t count_possible_files(const JsonElements& entries) {
   constexpr size_t fewest_members = 3;
   size_t count = 0;

@@ -11,5 +11,6 @@ shift 2
 scripts/wine_run.sh cmd /c exit
 # The desktop's own program lives while there are windows, and keeps the output open of the test that happens to start it.
 scripts/wine_run.sh explorer /desktop </dev/null >/dev/null 2>&1 &
+[ -n "${KVX_VECTORS:-}" ] || echo "KVX_VECTORS is not set: tests with published vectors are skipped"
 # Most tests of the whole program wait more than they work.
 exec ctest --preset "$preset" --parallel "${KVX_TEST_JOBS:-$(($(nproc) * 2))}" "$@"

@@ -1,5 +1,5 @@
 // Runs against published collections of test vectors, which are not part of this project. KVX_VECTORS names their
-// folder; without it the tests look beside the project, and without that they are skipped.
+// folder; without it the tests are skipped and say so.
 #include <windows.h>
 
 #include <cstdlib>
@@ -13,14 +13,13 @@
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
 #include "tests/support/temp_folder.h"
-#include "tests/support/test_paths.h"
 
 namespace kvx {
 namespace {
 
 std::wstring vectors_folder() {
   const wchar_t* named = _wgetenv(L"KVX_VECTORS");
-  return full_path(named == nullptr ? to_wide(test::source_path("../shared/vectors")) : std::wstring(named));
+  return named == nullptr ? std::wstring() : full_path(named);
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {
@@ -54,8 +53,8 @@ bool runs_under_wine() { return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "
 class ThirdPartyVectors : public testing::Test {
  protected:
   void SetUp() override {
-    if (!is_folder(vectors))
-      GTEST_SKIP() << "no test vectors in " << to_utf8(vectors) << "; KVX_VECTORS names the folder";
+    if (vectors.empty()) GTEST_SKIP() << "no test vectors: KVX_VECTORS does not name their folder";
+    ASSERT_TRUE(is_folder(vectors)) << "KVX_VECTORS names " << to_utf8(vectors) << ", which is not a folder";
   }
 
   void expect_json_outcomes(const std::wstring& table, const std::wstring& folder, size_t count) const {
