@@ -108,8 +108,8 @@ class Downloader {
 
   void fetch(const File& file) {
     const HINTERNET request = ask_for(file.digest);
-    HANDLE part = CreateFileW(file.partial.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE part = CreateFileW(file.partial.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
     if (part == INVALID_HANDLE_VALUE) give_up("CreateFileW");
     store_body(request, part);
     if (FlushFileBuffers(part) == 0) give_up("FlushFileBuffers");
@@ -187,6 +187,7 @@ void install(std::vector<File> files, const std::wstring& folder, const std::wst
     for (size_t index = next++; index < files.size(); index = next++) downloader.fetch(files[index]);
   };
   std::vector<std::thread> threads;
+  threads.reserve(download_threads);
   for (size_t i = 0; i < download_threads; ++i) threads.emplace_back(work);
   for (std::thread& thread : threads) thread.join();
   for (const File& file : files) rename(file.blob, file.target);
@@ -199,7 +200,7 @@ void hash(const std::vector<File>& files) {
   std::vector<uint8_t> buffer(hash_buffer_bytes);
   for (const File& file : files) {
     HANDLE handle = CreateFileW(file.target.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) give_up("CreateFileW");
     DWORD got = 0;
     do {

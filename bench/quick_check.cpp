@@ -103,6 +103,7 @@ int compare_check_with_attribute_queries(const std::wstring& root) {
   kvx::HashCache cache;
   if (!make_installation(root, manifest, cache)) return fail("cannot make the files");
   std::vector<std::wstring> paths;
+  paths.reserve(manifest.files.size());
   for (const kvx::ManifestFile& file : manifest.files) {
     paths.push_back(kvx::long_path(root + L'\\' + file.native_path()));
   }

@@ -40,7 +40,7 @@ class DownloadPool {
   }
 
   [[nodiscard]] bool result(std::string& error) {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     error = first_error_;
     if (error.empty() && context_.ui.cancel_requested) error = "cancelled";
     return error.empty();
@@ -48,7 +48,7 @@ class DownloadPool {
 
  private:
   void on_failure(const std::string& error) {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     if (first_error_.empty() && error != "cancelled") first_error_ = error;
     stop_workers_.exchange(true);
   }

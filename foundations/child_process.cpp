@@ -26,7 +26,8 @@ std::wstring as_current_folder(const std::wstring& folder) {
   if (folder.ends_with(L':')) return folder + L'\\';  // "C:" alone means the current folder of that drive, not its root
   if (folder.size() <= longest_folder_chars) return folder;
   std::wstring shorter = short_path(folder);
-  return shorter.size() <= longest_folder_chars ? shorter : std::wstring();
+  if (shorter.size() > longest_folder_chars) shorter.clear();
+  return shorter;
 }
 
 }  // namespace

@@ -165,7 +165,7 @@ bool read_file(const std::wstring& path, uint64_t limit, std::string& bytes) {
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return false;
   LARGE_INTEGER size;
-  if (GetFileSizeEx(file.get(), &size) == 0 || static_cast<uint64_t>(size.QuadPart) > limit) return false;
+  if (GetFileSizeEx(file.get(), &size) == 0 || std::cmp_greater(size.QuadPart, limit)) return false;
   bytes.resize(static_cast<size_t>(size.QuadPart));
   if (read_exactly(file.get(), bytes)) return true;
   bytes.clear();

@@ -65,7 +65,7 @@ Options parse_command_line() {
   wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count);
   if (arguments == nullptr) return {};
   const std::vector<std::wstring> after_program(arguments + (count > 0 ? 1 : 0), arguments + count);
-  LocalFree(arguments);
+  LocalFree(static_cast<void*>(arguments));
   return parse_arguments(after_program);
 }
 

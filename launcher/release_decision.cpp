@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include "engine/previous_launcher.h"
 #include "engine/self_update.h"
@@ -37,14 +38,17 @@ struct Identity {
 
 // A look at the few members that say whose manifest this is, before the whole is validated.
 bool read_identity(const JsonValue& root, Identity& identity, std::wstring& refusal) {
-  const JsonValue* product = root.find_member("product");
-  const JsonValue* channel = root.find_member("channel");
-  const JsonValue* serial = root.find_member("serial");
-  const bool is_ours = product != nullptr && product->string() == "KVX" &&     //
-                       channel != nullptr && channel->string().has_value() &&  //
-                       serial != nullptr && serial->integer().has_value();
-  if (!is_ours) return refuse(L"The update information from the server is not for KVX.", refusal);
-  identity = {std::string(*channel->string()), *serial->integer()};
+  const JsonValue none{};
+  const auto member = [&](std::string_view name) -> const JsonValue& {
+    const JsonValue* found = root.find_member(name);
+    return found == nullptr ? none : *found;
+  };
+  const std::optional<std::string_view> channel = member("channel").string();
+  const std::optional<int64_t> serial = member("serial").integer();
+  if (member("product").string() != "KVX" || !channel || !serial) {
+    return refuse(L"The update information from the server is not for KVX.", refusal);
+  }
+  identity = {std::string(*channel), *serial};
   return true;
 }
 

@@ -4,10 +4,10 @@
 // have, brings a demangler of 40 KB for it, and ends in the runtime's message box.
 namespace __gnu_cxx {
 
-void __verbose_terminate_handler();  // NOLINT(bugprone-reserved-identifier): the library names it
+// NOLINTBEGIN(bugprone-reserved-identifier, misc-use-internal-linkage): the library names and calls it
+void __verbose_terminate_handler();
 
-void __verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier)
-  kvx::end_process(kvx::RunOutcome::could_not_start);
-}
+void __verbose_terminate_handler() { kvx::end_process(kvx::RunOutcome::could_not_start); }
+// NOLINTEND(bugprone-reserved-identifier, misc-use-internal-linkage)
 
 }  // namespace __gnu_cxx

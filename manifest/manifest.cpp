@@ -57,9 +57,10 @@ class ManifestReader {
  private:
   bool read_format() {
     if (!root_.is_object()) return fail("manifest is not a JSON object", error_);
-    const JsonValue* format = root_.find_member("format");
-    if (format == nullptr || !format->integer()) return fail("missing \"format\"", error_);
-    out_.format = *format->integer();
+    const JsonValue* member = root_.find_member("format");
+    const std::optional<int64_t> format = member == nullptr ? std::nullopt : member->integer();
+    if (!format) return fail("missing \"format\"", error_);
+    out_.format = *format;
     if (out_.format == supported_format) return true;
     error_ = "manifest format " + std::to_string(out_.format) + " is not supported by this launcher";
     return false;

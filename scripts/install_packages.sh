@@ -9,7 +9,7 @@ build=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev cmake ninja-build ccache)
 test=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl
       git python3)
 demo=("${test[@]}" xdotool imagemagick)
-lint=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy clang-format
+lint=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy-22 clang-format
       git python3 lld libclang-rt-14-dev)
 
 # What the programs of bench/ are held against.

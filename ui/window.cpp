@@ -115,7 +115,7 @@ int32_t Window::run(Work work) {
 }
 
 void Window::show_status(const std::wstring& title, const std::wstring& detail) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   title_text_ = title;
   detail_given_ = detail;
 }
@@ -128,7 +128,7 @@ uint32_t Window::message_box(const std::wstring& text, uint32_t style) {
 }
 
 void Window::allow_cancel(bool allowed) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   cancel_allowed_ = allowed;
 }
 
@@ -240,7 +240,7 @@ void Window::refresh() {
   std::wstring detail_given;
   bool cancel_enabled = false;
   {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     title = title_text_;
     detail_given = detail_given_;
     cancel_enabled = cancel_allowed_ && !cancelling_;
@@ -295,7 +295,7 @@ void Window::on_timer() {
 // The window stays: the worker ends the run.
 void Window::on_close() {
   {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     if (!cancel_allowed_ || cancelling_) return;
     cancelling_ = true;
     cancel_requested = true;  // under the lock: a worker that forbids to cancel sees it afterwards

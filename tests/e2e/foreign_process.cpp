@@ -146,7 +146,7 @@ std::wstring command_line_of(HANDLE process) { return text_in(process, start_par
 std::wstring working_folder_of(HANDLE process) {
   const RTL_USER_PROCESS_PARAMETERS parameters = start_parameters_of(process);
   UNICODE_STRING folder;  // it has no name in the header
-  std::memcpy(&folder, &parameters.Reserved2[5], sizeof(folder));
+  std::memcpy(&folder, static_cast<const void*>(&parameters.Reserved2[5]), sizeof(folder));
   return text_in(process, folder);
 }
 

@@ -33,7 +33,7 @@ TEST_F(PausedBlobDownload, GoesOnAfterASecondWhenBytesHadArrived) {
   std::mutex lock;
   std::vector<uint64_t> asked_at;
   server_.on_request(path, [&](const RecordedRequest&) {
-    const std::lock_guard guard(lock);
+    const std::scoped_lock guard(lock);
     asked_at.push_back(GetTickCount64());
   });
   ASSERT_EQ(download(content), "");

@@ -140,6 +140,8 @@ TEST(ManagedPath, RefusesWhatMustNotBeTouched) {
   }
 }
 
+bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
 // A letter of a name in the other case, or one that only some rules of case take for it.
 std::string varied(std::string_view name, std::mt19937& random) {
   std::string result;
@@ -148,10 +150,7 @@ std::string varied(std::string_view name, std::mt19937& random) {
       case 0: result += c == 's' || c == 'S' ? "\xC5\xBF" : "\xC4\xB1"; break;  // U+017F long s, U+0131 dotless i
       case 1: result += c == 'K' || c == 'k' ? "\xE2\x84\xAA" : std::string(1, c); break;  // U+212A the Kelvin sign
       case 2: result += c == 'e' ? "\xC3\xA9" : std::string(1, c); break;
-      default:
-        result += (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')
-                      ? (random() % 2 == 0 ? c : static_cast<char>(c ^ 0x20))
-                      : c;
+      default: result += is_letter(c) && random() % 2 == 0 ? static_cast<char>(c ^ 0x20) : c;
     }
   }
   return result;

@@ -2,6 +2,7 @@
 // that had to be decoded, and the manifest's record. The text itself, which they refer to, is not counted.
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ void* operator new(size_t size) {
   void* block = std::malloc(size);
   if (block == nullptr) throw std::bad_alloc();
   live_bytes += _msize(block);
-  if (live_bytes > peak_bytes) peak_bytes = live_bytes;
+  peak_bytes = std::max(peak_bytes, live_bytes);
   return block;
 }
 

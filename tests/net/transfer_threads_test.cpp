@@ -74,7 +74,7 @@ class TransferThreadsTest : public testing::Test {
     std::multiset<DWORD> ran;
     const DWORD caller = GetCurrentThreadId();
     EXPECT_TRUE(threads_.run(count, [&] {
-      const std::lock_guard guard(lock);
+      const std::scoped_lock guard(lock);
       ran.insert(GetCurrentThreadId() == caller ? 0 : 1);
     }));
     return ran;

@@ -8,18 +8,18 @@ rm -rf "$work"
 mkdir -p "$work/bin" "$work/cache"
 export XDG_CACHE_HOME=$work/cache PATH=$work/bin:$PATH
 
-cat >"$work/bin/clang-tidy" <<'STAND_IN'
+cat >"$work/bin/clang-tidy-22" <<'STAND_IN'
 #!/usr/bin/env bash
 work=$(cd "$(dirname "$0")/.." && pwd)
 [ "$1" != --version ] || { cat "$work/version"; exit; }
 file=${*: -1}
 echo "${file##*/}" >>"$work/calls"
 [ ! -e "$work/fails" ] || exit 1
-root=$(sed 's|.* -p \(.*\)/build/mingw-clang-ubtrap .*|\1|' <<<"$*")
+root=$(sed 's|.* -p \(.*\)/build/mingw-clang-ubtrap/tidy .*|\1|' <<<"$*")
 files=("$file" $(sed -n "s|^#include \"\(.*\)\"|$root/\1|p" "$file"))
 ! grep -H FINDING "${files[@]}"
 STAND_IN
-chmod +x "$work/bin/clang-tidy"
+chmod +x "$work/bin/clang-tidy-22"
 echo "version 1" >"$work/version"
 
 checkout() {  # checkout FOLDER: a small project that has product/a.cpp with a header, and a batch of two tests

@@ -262,7 +262,7 @@ struct ScriptedServer::Impl {
   void accept_connections() {
     for (;;) {
       Socket accepted(accept(listener.get(), nullptr, nullptr));
-      const std::lock_guard guard(lock);
+      const std::scoped_lock guard(lock);
       if (stopping) return;
       if (!accepted) continue;
       std::erase_if(connections, [](Connection& connection) {
@@ -280,7 +280,7 @@ struct ScriptedServer::Impl {
     const SOCKET client = connection.socket.get();
     std::string raw;
     if (read_request(client, raw)) respond(client, parse_request(std::move(raw)));
-    const std::lock_guard guard(lock);  // stop may be looking at the socket
+    const std::scoped_lock guard(lock);  // stop may be looking at the socket
     connection.socket.reset();
     connection.done = true;
   }
@@ -299,7 +299,7 @@ struct ScriptedServer::Impl {
     std::function<void(const RecordedRequest&)> hook;
     ScriptedResponse response;
     {
-      const std::lock_guard guard(lock);
+      const std::scoped_lock guard(lock);
       requests.push_back(request);
       Path& path = paths[without_slash(request.target)];
       hook = path.hook;
@@ -351,7 +351,7 @@ struct ScriptedServer::Impl {
 
   void stop() {
     {
-      const std::lock_guard guard(lock);
+      const std::scoped_lock guard(lock);
       if (stopping) return;
       stopping = true;
       SetEvent(stopped.get());
@@ -401,33 +401,33 @@ std::wstring ScriptedServer::base_url() const { return L"http://127.0.0.1:" + st
 std::wstring ScriptedServer::url(std::string_view path) const { return base_url() + to_wide(without_slash(path)); }
 
 void ScriptedServer::serve(const std::string& path, std::string body, Ranges ranges) {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   impl_->paths[without_slash(path)].file = ServedFile{std::move(body), ranges};
 }
 
 void ScriptedServer::remove(const std::string& path) {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   impl_->paths[without_slash(path)].file.reset();
 }
 
 void ScriptedServer::script(const std::string& path, const std::vector<ScriptedResponse>& responses) {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   std::deque<ScriptedResponse>& scripted = impl_->paths[without_slash(path)].scripted;
   scripted.insert(scripted.end(), responses.begin(), responses.end());
 }
 
 void ScriptedServer::always(const std::string& path, const ScriptedResponse& response) {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   impl_->paths[without_slash(path)].always = response;
 }
 
 void ScriptedServer::on_request(const std::string& path, std::function<void(const RecordedRequest&)> hook) {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   impl_->paths[without_slash(path)].hook = std::move(hook);
 }
 
 std::vector<RecordedRequest> ScriptedServer::requests() const {
-  const std::lock_guard guard(impl_->lock);
+  const std::scoped_lock guard(impl_->lock);
   return impl_->requests;
 }
 

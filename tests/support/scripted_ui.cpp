@@ -50,7 +50,7 @@ void ScriptedUi::show_status(const std::wstring& title, const std::wstring& deta
   const UiEvent event = status_event(title, detail);
   std::function<void(const UiEvent&)> function;
   {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     events_.push_back(event);
     function = on_status_;
   }
@@ -61,7 +61,7 @@ uint32_t ScriptedUi::message_box(const std::wstring& text, uint32_t style) {
   const UiEvent event = prompt_event(text, style);
   std::function<uint32_t(const UiEvent&)> function;
   {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     events_.push_back(event);
     if (!answers_.empty()) {
       const uint32_t button = answers_.front();
@@ -78,7 +78,7 @@ uint32_t ScriptedUi::message_box(const std::wstring& text, uint32_t style) {
 void ScriptedUi::allow_cancel(bool allowed) {
   std::function<void(bool)> function;
   {
-    const std::lock_guard guard(lock_);
+    const std::scoped_lock guard(lock_);
     events_.push_back(allow_cancel_event(allowed));
     function = on_allow_cancel_;
   }
@@ -86,27 +86,27 @@ void ScriptedUi::allow_cancel(bool allowed) {
 }
 
 void ScriptedUi::answer(uint32_t button) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   answers_.push_back(button);
 }
 
 void ScriptedUi::on_prompt(std::function<uint32_t(const UiEvent&)> function) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   on_prompt_ = std::move(function);
 }
 
 void ScriptedUi::on_status(std::function<void(const UiEvent&)> function) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   on_status_ = std::move(function);
 }
 
 void ScriptedUi::on_allow_cancel(std::function<void(bool)> function) {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   on_allow_cancel_ = std::move(function);
 }
 
 std::vector<UiEvent> ScriptedUi::events() const {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   return events_;
 }
 
@@ -115,7 +115,7 @@ std::vector<UiEvent> ScriptedUi::prompts() const { return events_of(UiEvent::Kin
 std::vector<UiEvent> ScriptedUi::statuses() const { return events_of(UiEvent::Kind::status); }
 
 std::vector<UiEvent> ScriptedUi::events_of(UiEvent::Kind kind) const {
-  const std::lock_guard guard(lock_);
+  const std::scoped_lock guard(lock_);
   std::vector<UiEvent> found;
   std::copy_if(events_.begin(), events_.end(), std::back_inserter(found),
                [kind](const UiEvent& event) { return event.kind == kind; });

@@ -32,11 +32,11 @@ uint32_t tick_count_ms() {
   ClockState& state = clock_state();
   std::function<void()> hook;
   {
-    const std::lock_guard guard(state.lock);
+    const std::scoped_lock guard(state.lock);
     hook = state.look_hook;
   }
   if (hook) hook();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   return state.ticks;
 }
 
@@ -45,13 +45,13 @@ void sleep_ms(uint32_t milliseconds) {
   std::function<void(uint32_t)> hook;
   uint32_t slept = 0;
   {
-    const std::lock_guard guard(state.lock);
+    const std::scoped_lock guard(state.lock);
     hook = state.hook;
     slept = sum(state.sleeps);
   }
   if (hook) hook(slept);
   {
-    const std::lock_guard guard(state.lock);
+    const std::scoped_lock guard(state.lock);
     state.sleeps.push_back(milliseconds);
     state.ticks += milliseconds;
   }
@@ -63,7 +63,7 @@ namespace {
 
 void reset() {
   ClockState& state = clock_state();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   state.ticks = 0;
   state.sleeps.clear();
   state.hook = nullptr;
@@ -78,7 +78,7 @@ TestClock::~TestClock() { reset(); }
 
 std::vector<uint32_t> TestClock::sleeps() const {
   ClockState& state = clock_state();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   return state.sleeps;
 }
 
@@ -86,19 +86,19 @@ uint32_t TestClock::total_slept_ms() const { return sum(sleeps()); }
 
 void TestClock::on_sleep(std::function<void(uint32_t)> hook) {
   ClockState& state = clock_state();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   state.hook = std::move(hook);
 }
 
 void TestClock::on_look(std::function<void()> hook) {
   ClockState& state = clock_state();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   state.look_hook = std::move(hook);
 }
 
 void TestClock::set_tick_count_ms(uint32_t ticks) {
   ClockState& state = clock_state();
-  const std::lock_guard guard(state.lock);
+  const std::scoped_lock guard(state.lock);
   state.ticks = ticks;
 }
 

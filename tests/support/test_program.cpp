@@ -44,7 +44,7 @@ std::wstring other_program() {
 
 }  // namespace
 
-int wmain(int count, wchar_t** arguments) {
+int wmain(int count, wchar_t** arguments) {  // NOLINT(misc-use-internal-linkage): the runtime calls it
   wchar_t folder[MAX_PATH + 1];
   const DWORD length = GetCurrentDirectoryW(MAX_PATH, folder);
   const std::wstring directory(folder, length);

@@ -37,7 +37,7 @@ class ContentChecker {
   [[nodiscard]] bool check(const Content& content) {
     const bool whole = state_.depth == ContentDepth::digests;
     if (http_) {
-      static_cast<void>(check_on_server(content, whole));
+      static_cast<void>(check_on_server(*http_, content, whole));
     } else {
       static_cast<void>(check_in_folder(content, whole));
     }
@@ -48,10 +48,10 @@ class ContentChecker {
  private:
   [[nodiscard]] std::string name_of(const Content& content) const { return site_->name_of(blob_name(content.sha256)); }
 
-  bool check_on_server(const Content& content, bool whole) {
+  bool check_on_server(HttpCheck& http, const Content& content, bool whole) {
     const std::string url = name_of(content);
-    if (!http_->check_resuming(url, content.size)) return false;
-    return !whole || (http_->check_whole(url, content.size, digest_sink()) && check_digest(content));
+    if (!http.check_resuming(url, content.size)) return false;
+    return !whole || (http.check_whole(url, content.size, digest_sink()) && check_digest(content));
   }
 
   bool check_in_folder(const Content& content, bool whole) {
@@ -101,7 +101,10 @@ void check_one_whole(const std::string& location, const std::vector<Content>& co
   std::unique_ptr<SiteReader> site;
   HttpCheck http(problems);
   Failure failure;
-  if (!open_site(location, site, failure) || !http.open(failure)) return problems.add(failure);
+  if (!open_site(location, site, failure) || !http.open(failure)) {
+    problems.add(failure);
+    return;
+  }
   const auto largest = std::ranges::max_element(content, {}, &Content::size);
   static_cast<void>(http.check_whole(site->name_of(blob_name(largest->sha256)), largest->size, {}));
 }

@@ -111,7 +111,7 @@ bool settle_serial(const EarlierReleases& earlier, const std::optional<uint64_t>
   const std::optional<uint64_t> largest = std::max({before, earlier.published_serial, earlier.kept_serial});
   serial = largest ? *largest + 1 : 1;
   return serial <= largest_serial ||
-         fail(ExitCode::serial_conflict, "launchers know no serial after " + std::to_string(*largest), failure);
+         fail(ExitCode::serial_conflict, "launchers know no serial after " + std::to_string(serial - 1), failure);
 }
 
 bool check_republished(const EarlierReleases& earlier, uint64_t serial, const std::string& manifest, Failure& failure) {

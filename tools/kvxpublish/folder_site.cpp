@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <utility>
 #include <vector>
 
 #include "foundations/error_text.h"
@@ -29,7 +30,7 @@ class FolderSite : public SiteReader {
     if (!file) return not_found(relative, GetLastError(), failure);
     LARGE_INTEGER size;
     if (GetFileSizeEx(file.get(), &size) == 0) return not_found(relative, GetLastError(), failure);
-    if (static_cast<uint64_t>(size.QuadPart) > limit) {
+    if (std::cmp_greater(size.QuadPart, limit)) {
       return failed(relative, "is larger than " + std::to_string(limit) + " bytes", failure);
     }
     bytes.clear();

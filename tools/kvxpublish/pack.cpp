@@ -70,6 +70,7 @@ std::vector<std::string> paths_of(const std::vector<GameFile>& files) {
 // Everything that a player may still have of the releases before.
 std::vector<std::string> paths_of(const Manifest& previous) {
   std::vector<std::string> paths;
+  paths.reserve(previous.files.size() + previous.remove.size());
   for (const ManifestFile& file : previous.files) paths.push_back(file.path);
   for (const ManifestRemoval& removal : previous.remove) paths.push_back(removal.path);
   return paths;
@@ -155,6 +156,7 @@ class Packing {
     std::vector<std::string> unused;
     if (!list_game_folder(request_.game_folder, request_.exclude, release_.files, unused, failure_)) return false;
     if (!check_key_is_elsewhere(release_.files, request_.key, failure_)) return false;
+    summary_.notes.reserve(unused.size());
     for (const std::string& pattern : unused) summary_.notes.push_back("--exclude " + pattern + " matched nothing");
     std::vector<std::string> remove;
     for (const std::string& path : request_.remove) remove.push_back(with_slashes(path));

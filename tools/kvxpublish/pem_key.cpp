@@ -58,7 +58,9 @@ bool read_ec_private_key(Bytes der, bool curve_known, PrivateKey& key, std::stri
   const auto scalar = fields.take(der_octet_string);
   if (!version || version->size() != 1 || (*version)[0] != 1 || !scalar) return fail(malformed, error);
   if (fields.next_is(tag_parameters)) {
-    DerReader parameters(*fields.take(tag_parameters));
+    const auto content = fields.take(tag_parameters);
+    if (!content) return fail(malformed, error);
+    DerReader parameters(*content);
     const auto curve = parameters.take(der_object_identifier);
     if (!curve) return fail(malformed, error);
     curve_known = same_bytes(*curve, oid_prime256v1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <unordered_set>
+#include <utility>
 
 #include "foundations/files.h"
 #include "foundations/paths.h"
@@ -124,7 +125,7 @@ class Planner {
     std::vector<uint64_t> with_signature;
     if (!list_history_signatures(site_, channel, with_signature, failure_)) return false;
     for (auto serial = serials.rbegin(); serial != serials.rend() && kept.size() < keep_; ++serial) {
-      const bool is_live = !live.manifest_bytes.empty() && *serial == static_cast<uint64_t>(live.manifest.serial);
+      const bool is_live = !live.manifest_bytes.empty() && std::cmp_equal(*serial, live.manifest.serial);
       if (is_live || std::ranges::binary_search(with_signature, *serial)) kept.push_back(*serial);
     }
     return true;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "foundations/files.h"
 #include "foundations/paths.h"
@@ -94,7 +95,7 @@ class Publishing {
       largest = serials.back();
       largest_name = target.name_of(history_manifest_name(request_.channel, largest));
     }
-    if (has_live_ && static_cast<uint64_t>(live_.manifest.serial) >= largest) {
+    if (has_live_ && std::cmp_greater_equal(live_.manifest.serial, largest)) {
       largest = static_cast<uint64_t>(live_.manifest.serial);
       largest_name = target.name_of(manifest_name(request_.channel));
     }
@@ -170,6 +171,7 @@ class Publishing {
   // Nothing is overwritten, so that everything can come back.
   bool make_room(std::vector<SetAside>& aside) {
     std::vector<std::wstring> paths;
+    paths.reserve(damaged_.size());
     for (const std::string& sha256 : damaged_) paths.push_back(join_path(paths_.files, to_wide(sha256)));
     const std::wstring kept = history_manifest(paths_, summary_.serial);
     std::string bytes;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "foundations/text.h"
 #include "manifest/manifest_limits.h"
@@ -56,7 +57,7 @@ bool read_history(SiteReader& site, const std::string& channel, uint64_t serial,
     failure.text = site.name_of(name) + ": " + failure.text;
     return false;
   }
-  if (static_cast<uint64_t>(release.manifest.serial) != serial) {
+  if (std::cmp_not_equal(release.manifest.serial, serial)) {
     return fail(ExitCode::failed,
                 site.name_of(name) + ": holds serial " + std::to_string(release.manifest.serial) +
                     "; put back the file that was there",

@@ -27,8 +27,10 @@ constexpr uint64_t largest_serial = std::numeric_limits<int64_t>::max();
 
 std::vector<GameFile> files_of(const Manifest& manifest) {
   std::vector<GameFile> files;
-  for (const ManifestFile& file : manifest.files)
+  files.reserve(manifest.files.size());
+  for (const ManifestFile& file : manifest.files) {
     files.push_back({file.path, {}, file.size, 0, std::string(file.sha256)});
+  }
   return files;
 }
 

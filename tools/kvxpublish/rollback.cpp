@@ -55,7 +55,9 @@ void prefer_signed(std::vector<const PublishedRelease*>& releases) {
 Candidates find_candidates(const std::vector<PublishedRelease>& shipped, const std::string& wanted) {
   const bool serial_only = wanted.starts_with(serial_prefix);
   const bool version_only = wanted.starts_with(version_prefix);
-  const std::string name = wanted.substr(serial_only ? serial_prefix.size() : version_only ? version_prefix.size() : 0);
+  std::string_view name = wanted;
+  if (serial_only) name.remove_prefix(serial_prefix.size());
+  if (version_only) name.remove_prefix(version_prefix.size());
   Candidates found;
   for (const PublishedRelease& release : shipped) {
     if (!version_only && serial_text(release) == name) found.by_serial = &release;

@@ -22,6 +22,7 @@ bool same_launcher(const LauncherEntry& a, const LauncherEntry& b) {
 
 std::vector<std::string> removals_of(const Manifest& manifest) {
   std::vector<std::string> paths;
+  paths.reserve(manifest.remove.size());
   for (const ManifestRemoval& removal : manifest.remove) paths.push_back(removal.path);
   std::ranges::sort(paths);
   return paths;

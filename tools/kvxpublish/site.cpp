@@ -233,6 +233,7 @@ bool SiteWriter::move_content_in(Failure& failure) {
     return true;
   }
   std::vector<std::string> digests;
+  digests.reserve(added_.size());
   for (const auto& [sha256, size] : added_) digests.push_back(sha256);
   std::mutex failure_mutex;
   const auto work = [&](size_t index) {

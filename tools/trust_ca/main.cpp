@@ -35,7 +35,7 @@ std::vector<BYTE> certificate_bytes(const std::string& file) {
 
 }  // namespace
 
-int wmain(int argc, wchar_t** argv) {
+int wmain(int argc, wchar_t** argv) {  // NOLINT(misc-use-internal-linkage): the runtime calls it
   if (argc != 2) return fail("usage: trust_ca CERTIFICATE");
   std::string file;
   if (!kvx::read_file(kvx::full_path(argv[1]), certificate_limit_bytes, file)) {
