@@ -24,8 +24,8 @@ class JsonValue {
   JsonValue& operator=(const JsonValue&) = delete;
 
   [[nodiscard]] Kind kind() const {
-    return static_cast<Kind>(size_and_kind_ %
-                             kinds);  // NOLINT(clang-analyzer-optin.core.EnumCastOutOfRange): or `link`
+    // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): or `link`
+    return static_cast<Kind>(size_and_kind_ % kinds);
   }
   [[nodiscard]] bool is_array() const { return kind() == Kind::array; }
   [[nodiscard]] bool is_object() const { return kind() == Kind::object; }
