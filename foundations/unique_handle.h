@@ -10,7 +10,7 @@ namespace kvx {
 template <typename Traits>
 class UniqueHandle {
  public:
-  using value_type = Traits::value_type;
+  using value_type = typename Traits::value_type;
 
   UniqueHandle() = default;
   explicit UniqueHandle(value_type value) : value_(value) {}

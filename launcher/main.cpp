@@ -24,7 +24,7 @@ int32_t run_update(const kvx::Options& options, kvx::Ui& ui) {
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, PWSTR /*command_line*/, int /*show*/) {
   kvx::use_system_libraries_only();
-  kvx::end_process_without_memory();
+  kvx::end_process_on_exhausted_memory();
   const kvx::Options options = kvx::parse_command_line();
   kvx::Window window;
   if (!window.create(instance, {options.unattended, options.hidden})) {

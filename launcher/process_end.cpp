@@ -22,6 +22,6 @@ void end_process(RunOutcome outcome) {
   for (;;) Sleep(INFINITE);  // the call may return before the process ends
 }
 
-void end_process_without_memory() { std::set_new_handler(on_no_memory); }
+void end_process_on_exhausted_memory() { std::set_new_handler(on_no_memory); }
 
 }  // namespace kvx

@@ -11,6 +11,6 @@ namespace kvx {
 
 // From now on, memory that cannot be had ends the process with could_not_start and a last line in the log, instead of
 // the runtime's message box, which nobody may be there to close. Once, at the start.
-void end_process_without_memory();
+void end_process_on_exhausted_memory();
 
 }  // namespace kvx

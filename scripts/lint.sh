@@ -17,7 +17,7 @@ configure() { cmake --preset mingw-clang-ubtrap >/dev/null; }
 
 build_with_clang() {
   configure
-  cmake --build "$build"
+  cmake --build "$build" --target KVXLauncher kvxpublish trust_ca sample_game unit_tests
 }
 
 run_unit_tests() { scripts/run_ctest.sh mingw-clang-ubtrap -L '^unit$'; }

@@ -53,7 +53,7 @@ std::vector<Text> random_texts(size_t count, uint32_t other_units) {
   for (Text& text : texts) {
     const uint32_t units = random() % 2 == 0 ? 0x80 : other_units;
     for (size_t length = random() % 24; length > 0; --length) {
-      text += static_cast<Text::value_type>(random() % 4 == 0 ? random() % units : 'A' + random() % 0x39);
+      text += static_cast<typename Text::value_type>(random() % 4 == 0 ? random() % units : 'A' + random() % 0x39);
     }
   }
   return texts;

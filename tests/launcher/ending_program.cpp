@@ -59,7 +59,7 @@ struct SaysGoodbye {
 int wmain(int count, wchar_t** arguments) {
   if (count != 3) return 1;
   static const SaysGoodbye at_the_end;
-  kvx::end_process_without_memory();
+  kvx::end_process_on_exhausted_memory();
   kvx::log::open(arguments[2]);
   kvx::log::write("started");
   const std::map<std::wstring, void (*)()> ways = {
