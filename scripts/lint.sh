@@ -20,7 +20,8 @@ build_with_clang() {
   cmake --build "$build" --target KVXLauncher kvxpublish trust_ca sample_game unit_tests
 }
 
-run_unit_tests() { scripts/run_ctest.sh mingw-clang-ubtrap -L '^unit$'; }
+# With a prefix of their own, so that other tests may run at the same time.
+run_unit_tests() { KVX_WINEPREFIX=$PWD/$build/wineprefix scripts/run_ctest.sh mingw-clang-ubtrap -L '^unit$'; }
 
 check_tidy() {
   configure

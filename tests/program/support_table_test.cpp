@@ -72,7 +72,7 @@ bool is_wide_for_nobody(const std::string& text) {
 
 // Of the texts in UTF-8, what the log alone says, or the number behind a system text. Most of that has a "%".
 bool is_for_the_log(const std::string& text) {
-  return is_one_of(text, {" --repair", " (after self-update)", "range ignored", "error ",
+  return is_one_of(text, {" --repair", " (after self-update)", "self-update: ", "range ignored", "error ",
                           "launcher was just updated but ", "HTTP 416", "disk is full", "installed_manifest.",
                           "could not write the downloaded data", "the server rejected the resume position"});
 }
