@@ -14,15 +14,23 @@ constexpr uint64_t largest_file_bytes = 67108864;
 constexpr size_t digest_chars = 64;
 constexpr size_t usual_line_bytes = 128;
 
-// The UTF-8 of to_upper(to_wide(path)). For ASCII, which nearly every path is, that needs no conversion.
+std::string with_backslashes(std::string_view path) {
+  std::string native(path);
+  std::replace(native.begin(), native.end(), '/', '\\');
+  return native;
+}
+
+// The UTF-8 of to_upper(to_wide(path)), with backslashes. For ASCII, which nearly every path is, that needs no
+// conversion.
 void make_entry_key(std::string_view path, std::string& key) {
+  if (!is_ascii(path)) {
+    key = to_utf8(to_upper(to_wide(with_backslashes(path))));
+    return;
+  }
   key = path;
   for (char& c : key) {
-    if (static_cast<unsigned char>(c) >= 0x80) {
-      key = to_utf8(to_upper(to_wide(path)));
-      return;
-    }
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    if (c == '/') c = '\\';
   }
 }
 
@@ -87,7 +95,7 @@ const std::string* HashCache::lookup(std::string_view path, uint64_t size, uint6
 }
 
 void HashCache::put(std::string_view path, uint64_t size, uint64_t last_write_time, const std::string& sha256) {
-  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, std::string(path)});
+  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, with_backslashes(path)});
   dirty_ = true;
 }
 

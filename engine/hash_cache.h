@@ -2,8 +2,8 @@
 // unchanged files need not be read. The file's format is described in docs/formats.md; lines that are not well-formed,
 // and a file that is missing or too large, count as absent.
 //
-// Paths are relative to the install folder, in native form (backslashes), UTF-8; they are compared without regard to
-// case. For the worker thread.
+// Paths are relative to the install folder, UTF-8, with backslashes in the file; "/" is taken for one. They are
+// compared without regard to case. For the worker thread.
 #pragma once
 
 #include <cstdint>

@@ -76,7 +76,7 @@ class Install {
     }
     FileStamp stamp;
     if (file_stamp(target, stamp)) {
-      context_.cache.put(to_utf8(file.native_path()), stamp.size, stamp.last_write_time, std::string(file.sha256));
+      context_.cache.put(file.path, stamp.size, stamp.last_write_time, std::string(file.sha256));
     }
     ++context_.ui.progress_done;
     return true;
@@ -111,7 +111,7 @@ class Install {
     for (const ManifestRemoval& removal : manifest_.remove) {
       const std::wstring target = destination(removal.native_path());
       if (is_file(target) && !remove_file(removal, target)) return false;
-      context_.cache.drop(to_utf8(removal.native_path()));
+      context_.cache.drop(removal.path);
       ++context_.ui.progress_done;
     }
     return true;

@@ -1,6 +1,5 @@
 #include "engine/installed_check.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "foundations/clock.h"
@@ -8,6 +7,7 @@
 #include "foundations/log.h"
 #include "foundations/paths.h"
 #include "manifest/file_digest.h"
+#include "manifest/managed_path.h"
 
 namespace kvx {
 namespace {
@@ -55,14 +55,8 @@ class InstalledCheck {
   // Valid until the next call.
   [[nodiscard]] const std::wstring& full_path(const ManifestFile& file) {
     path_.resize(folder_chars_);
-    return path_ += file.native_path();
-  }
-
-  // The path in native form as the cache knows it. Valid until the next call.
-  [[nodiscard]] const std::string& cache_path(const ManifestFile& file) {
-    cache_path_ = file.path;
-    std::replace(cache_path_.begin(), cache_path_.end(), '/', '\\');
-    return cache_path_;
+    append_native_path(file.path, path_);
+    return path_;
   }
 
   // What lies in a missing folder is not asked for one by one.
@@ -84,7 +78,7 @@ class InstalledCheck {
       return;
     }
     const std::string* known =
-        context_.repair ? nullptr : context_.cache.lookup(cache_path(file), stamp.size, stamp.last_write_time);
+        context_.repair ? nullptr : context_.cache.lookup(file.path, stamp.size, stamp.last_write_time);
     if (known == nullptr) {
       to_hash_.push_back(index);
       check_bytes_ += file.size;
@@ -119,7 +113,7 @@ class InstalledCheck {
     if (digest.empty()) {
       log::write("cannot read %s: %s", file.path.c_str(), error.c_str());
     } else if (has_stamp) {
-      context_.cache.put(cache_path(file), stamp.size, stamp.last_write_time, digest);
+      context_.cache.put(file.path, stamp.size, stamp.last_write_time, digest);
       has_new_digests_ = true;
     }
     if (digest != file.sha256) to_replace_.push_back(index);
@@ -139,7 +133,6 @@ class InstalledCheck {
   FileHasher hasher_;
   std::wstring path_ = long_path(context_.install_dir) + L'\\';
   const size_t folder_chars_ = path_.size();
-  std::string cache_path_;
   std::string_view missing_folder_;  // the last one seen, of a path in the manifest
 };
 

@@ -102,6 +102,15 @@ std::wstring native_path(std::string_view path) {
   return native;
 }
 
+void append_native_path(std::string_view path, std::wstring& folder) {
+  if (!is_ascii(path)) {
+    folder += native_path(path);
+    return;
+  }
+  folder.append(path.begin(), path.end());
+  std::replace(folder.end() - static_cast<std::ptrdiff_t>(path.size()), folder.end(), L'/', L'\\');
+}
+
 std::wstring path_identity(std::wstring_view native_path) { return to_upper(native_path); }
 
 }  // namespace kvx

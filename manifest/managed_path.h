@@ -17,6 +17,9 @@ namespace kvx {
 // The path with "/" turned into a backslash, as Windows takes it.
 [[nodiscard]] std::wstring native_path(std::string_view path);
 
+// Appends it to a folder's path, which keeps its memory.
+void append_native_path(std::string_view path, std::wstring& folder);
+
 // Two manifest paths name the same file exactly when these are equal: the native path, upper-cased.
 [[nodiscard]] std::wstring path_identity(std::wstring_view native_path);
 

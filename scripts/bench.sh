@@ -247,7 +247,7 @@ measure_row() {
     manifest)
       say "manifest"
       scripts/wine_run.sh "$build/bench/manifest_speed.exe" 2>"$errors" |
-        awk -F '\t' '{ print $1 "\t" $2 "\t\t\t" $3 "\t\t\t" }' >>"$table" ||
+        awk -F '\t' '{ sub(/\r$/, ""); print $1 "\t" $2 "\t\t\t" $3 "\t\t\t" }' >>"$table" ||
         { cat "$errors" >&2; fail "manifest_speed failed"; } ;;
   esac
 }

@@ -76,7 +76,6 @@ TEST_F(HashCacheOnDisk, KnowsAFileOnlyWithItsSizeAndTime) {
   EXPECT_EQ(cache.lookup("data\\file one.pak", 10, 1001), nullptr);
   EXPECT_EQ(cache.lookup("data\\file one.pak", 10, 999), nullptr);
   EXPECT_EQ(cache.lookup("data\\file one.pak", 11, 1000), nullptr);
-  EXPECT_EQ(cache.lookup("data/file one.pak", 10, 1000), nullptr);
   cache.put("DATA\\file one.pak", 10, 1001, other_digest);
   EXPECT_EQ(cache.lookup("Data\\File One.pak", 10, 1000), nullptr);
   EXPECT_THAT(cache.lookup("Data\\File One.pak", 10, 1001), Pointee(other_digest));
@@ -84,7 +83,9 @@ TEST_F(HashCacheOnDisk, KnowsAFileOnlyWithItsSizeAndTime) {
 
 TEST_F(HashCacheOnDisk, TakesPathsForOneFileThatAreEqualInUpperCase) {
   std::vector<std::wstring> paths;
-  for (wchar_t c = 1; c < 0x180; ++c) paths.push_back(L"a\\" + std::wstring(1, c));
+  for (wchar_t c = 1; c < 0x180; ++c) {
+    if (c != L'/') paths.push_back(L"a\\" + std::wstring(1, c));
+  }
   for (const wchar_t c : {L'\u2126', L'\u212A', L'\u03C9', L'\uFF21', L'\uFF41'}) {
     paths.push_back(L"a\\" + std::wstring(1, c));
   }
@@ -95,6 +96,21 @@ TEST_F(HashCacheOnDisk, TakesPathsForOneFileThatAreEqualInUpperCase) {
       EXPECT_EQ(cache.lookup(to_utf8(path), 1, 2) != nullptr, to_upper(path) == to_upper(known))
           << to_utf8(path) << " and " << to_utf8(known);
     }
+  }
+}
+
+TEST_F(HashCacheOnDisk, TakesASlashForABackslashAndWritesBackslashes) {
+  for (const std::string name : {"Data/sub/a", "Data/\xC3\xA9"}) {
+    std::string native = name;
+    std::replace(native.begin(), native.end(), '/', '\\');
+    HashCache cache = loaded("");
+    cache.put(name, 1, 2, digest);
+    EXPECT_THAT(cache.lookup(native, 1, 2), Pointee(digest));
+    EXPECT_TRUE(cache.save());
+    EXPECT_EQ(read_text(path_), digest + " 1 2 " + native + "\n");
+    EXPECT_THAT(loaded(digest + " 1 2 " + native + "\n").lookup(name, 1, 2), Pointee(digest));
+    cache.drop(name);
+    EXPECT_EQ(cache.lookup(native, 1, 2), nullptr);
   }
 }
 

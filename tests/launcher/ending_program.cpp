@@ -54,9 +54,9 @@ struct SaysGoodbye {
 }
 
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept { std::free(memory); }
 
-int wmain(int count, wchar_t** arguments) {
+int wmain(int count, wchar_t** arguments) {  // NOLINT(misc-use-internal-linkage): the runtime calls it
   if (count != 3) return 1;
   static const SaysGoodbye at_the_end;
   kvx::end_process_on_exhausted_memory();

@@ -190,6 +190,11 @@ TEST(ManagedPath, FollowsTheLaunchersActualName) {
 TEST(NativePath, HasBackslashesOnly) {
   EXPECT_EQ(native_path("Data/sub/\xC3\xA9.pak"), L"Data\\sub\\\u00E9.pak");
   EXPECT_EQ(native_path("a"), L"a");
+  for (const std::string_view path : {"Data/sub/a.pak", "a", "", "/", "Data/sub/\xC3\xA9.pak"}) {
+    std::wstring folder = L"C:/as it was\\";
+    append_native_path(path, folder);
+    EXPECT_EQ(folder, L"C:/as it was\\" + native_path(path)) << path;
+  }
 }
 
 TEST(PathIdentity, IsTheSameForNamesThatDifferInCaseOnly) {

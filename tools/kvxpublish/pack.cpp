@@ -159,6 +159,7 @@ class Packing {
     summary_.notes.reserve(unused.size());
     for (const std::string& pattern : unused) summary_.notes.push_back("--exclude " + pattern + " matched nothing");
     std::vector<std::string> remove;
+    remove.reserve(request_.remove.size());
     for (const std::string& path : request_.remove) remove.push_back(with_slashes(path));
     release_.remove = removal_list(earlier_.previous.value_or(Manifest()), release_.files, remove);
     if (!earlier_.previous && earlier_.published_serial) {
