@@ -25,8 +25,8 @@ struct FileStamp {
 // True for anything that exists and is not a folder.
 [[nodiscard]] bool is_file(const std::wstring& path);
 
-// One attribute query, no open. Fails for a folder and for a file that is not there; `folder_is_missing` is then
-// true when its folder is not there either.
+// One attribute query, no open. Fails for a folder and for a file that is not there; `folder_is_missing` is then true
+// when its folder is not there either.
 [[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp, bool& folder_is_missing);
 [[nodiscard]] bool file_stamp(const std::wstring& path, FileStamp& stamp);
 

@@ -25,9 +25,9 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/mingw-clang-ubtrap"
 DATABASE = BUILD / "tidy"
-TIDY = "clang-tidy-22"  # earlier ones also look through the system's headers, which takes six times as long
+TIDY = "clang-tidy-22"  # earlier ones also look through the system's headers, which takes more than twice as long
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "kvx/tidy"
-NOT_READABLE = {"bench/manifest_speed.cpp"}  # this clang takes RapidJSON's headers for no C++
+NOT_READABLE = {"bench/manifest_speed.cpp"}  # this clang refuses RapidJSON's headers
 KEPT_SECONDS = 30 * 24 * 3600
 INCLUDED_TEST = re.compile(r'^#include "(tests/.*\.cpp)"$', re.M)
 
