@@ -8,7 +8,6 @@
 #include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/signature.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/der.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/public_keys.h"
@@ -119,17 +118,18 @@ bool run_attach(const AttachOptions& options, const CommandContext& context, Fai
 
 }  // namespace
 
-RunCommand define_attach(CLI::App& command) {
+RunCommand define_attach(CommandOptions command) {
   const auto options = std::make_shared<AttachOptions>();
   add_site_folder(command, options->site);
-  add_path_option(command, "--signature", options->signature, "The signature: 64 bytes of r and s, or DER")
-      ->required()
-      ->type_name("FILE");
+  command.add_path("--signature", options->signature, "The signature: 64 bytes of r and s, or DER")
+      .required()
+      .type_name("FILE");
   add_channel_option(command, options->channel);
-  add_path_option(command, "--public-keys", options->public_keys,
-                  "The public keys to try, a file as builds take it; by default the keys of this build")
-      ->type_name("FILE");
-  command.add_option("--key-id", options->key_id, "Try the key with this identifier alone")->type_name("HEX");
+  command
+      .add_path("--public-keys", options->public_keys,
+                "The public keys to try, a file as builds take it; by default the keys of this build")
+      .type_name("FILE");
+  command.add_text("--key-id", options->key_id, "Try the key with this identifier alone").type_name("HEX");
   command.footer("Example:\n  kvxpublish attach site --signature signature.der");
   return [options](const CommandContext& context, Failure& failure) { return run_attach(*options, context, failure); };
 }

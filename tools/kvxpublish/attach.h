@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_attach(CLI::App& command);
+[[nodiscard]] RunCommand define_attach(CommandOptions command);
 
 }  // namespace kvx::publish

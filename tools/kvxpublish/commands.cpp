@@ -58,7 +58,7 @@ std::vector<DefinedCommand> define_commands(CLI::App& app, bool& as_json) {
   std::vector<DefinedCommand> commands;
   for (const CommandEntry& entry : command_table) {
     CLI::App* options = app.add_subcommand(entry.name, entry.description);
-    commands.push_back({options, entry.define(*options)});
+    commands.push_back({options, entry.define(CommandOptions(*options))});
     options->add_flag("--json", as_json, "Write one JSON object to standard output");
   }
   return commands;

@@ -9,7 +9,6 @@
 #include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "manifest/managed_path.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/content_pass.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/release_differences.h"
@@ -146,22 +145,17 @@ bool run_diff(const DiffOptions& options, const CommandContext& context, Failure
 
 }  // namespace
 
-RunCommand define_diff(CLI::App& command) {
+RunCommand define_diff(CommandOptions command) {
   const auto options = std::make_shared<DiffOptions>();
-  add_path_option(command, "SITE", options->site,
-                  "What is new: a site, or the folder of a game, whose files are then read")
-      ->required()
-      ->type_name("SITE|DIR");
-  add_path_option(command, "--against", options->against, "The site with the release before, a folder or a URL")
-      ->required()
-      ->type_name("SITE");
+  command.add_path("SITE", options->site, "What is new: a site, or the folder of a game, whose files are then read")
+      .required()
+      .type_name("SITE|DIR");
+  command.add_path("--against", options->against, "The site with the release before, a folder or a URL")
+      .required()
+      .type_name("SITE");
   add_channel_option(command, options->channel);
-  command
-      .add_option("--exclude", options->exclude,
-                  "Files or folders of the game to leave out, as for pack; may be repeated")
-      ->expected(1)
-      ->take_all()
-      ->type_name("GLOB");
+  command.add_list("--exclude", options->exclude, "Files or folders of the game to leave out, as for pack")
+      .type_name("GLOB");
   command.footer("Example:\n  kvxpublish diff build\\game --against https://updates.example.org/patch/");
   return [options](const CommandContext& context, Failure& failure) { return run_diff(*options, context, failure); };
 }

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_diff(CLI::App& command);
+[[nodiscard]] RunCommand define_diff(CommandOptions command);
 
 }  // namespace kvx::publish

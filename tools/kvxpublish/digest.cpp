@@ -6,7 +6,6 @@
 #include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/sha256.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/sign.h"
 #include "tools/kvxpublish/site.h"
@@ -51,11 +50,11 @@ bool run_digest(const DigestOptions& options, const CommandContext& context, Fai
 
 }  // namespace
 
-RunCommand define_digest(CLI::App& command) {
+RunCommand define_digest(CommandOptions command) {
   const auto options = std::make_shared<DigestOptions>();
   add_site_folder(command, options->site);
   add_channel_option(command, options->channel);
-  add_path_option(command, "--out", options->out, "Also write the digest's 32 bytes to this file")->type_name("FILE");
+  command.add_path("--out", options->out, "Also write the digest's 32 bytes to this file").type_name("FILE");
   command.footer(
       "Example, with openssl in the place of a vault:\n"
       "  kvxpublish digest site --out digest.bin\n"

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_digest(CLI::App& command);
+[[nodiscard]] RunCommand define_digest(CommandOptions command);
 
 }  // namespace kvx::publish

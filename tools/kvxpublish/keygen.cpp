@@ -11,7 +11,6 @@
 #include "foundations/system_handles.h"
 #include "foundations/text.h"
 #include "foundations/write_all.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/ecdsa.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/made_folders.h"
@@ -122,11 +121,11 @@ bool run_keygen(const KeygenOptions& options, const CommandContext& context, Fai
 
 }  // namespace
 
-RunCommand define_keygen(CLI::App& command) {
+RunCommand define_keygen(CommandOptions command) {
   const auto options = std::make_shared<KeygenOptions>();
-  add_path_option(command, "--out", options->folder, "The folder for the two files; it is made when it is missing")
-      ->required()
-      ->type_name("DIR");
+  command.add_path("--out", options->folder, "The folder for the two files; it is made when it is missing")
+      .required()
+      .type_name("DIR");
   add_key_name_option(command, options->name);
   command.footer("Example:\n  kvxpublish keygen --out keys/primary");
   return [options](const CommandContext& context, Failure& failure) { return run_keygen(*options, context, failure); };

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_keygen(CLI::App& command);
+[[nodiscard]] RunCommand define_keygen(CommandOptions command);
 
 }  // namespace kvx::publish

@@ -48,6 +48,6 @@ struct PackSummary {
 [[nodiscard]] bool pack(const PackRequest& request, Console& console, PackSummary& summary, Failure& failure);
 
 // Options and run of the command.
-[[nodiscard]] RunCommand define_pack(CLI::App& command);
+[[nodiscard]] RunCommand define_pack(CommandOptions command);
 
 }  // namespace kvx::publish

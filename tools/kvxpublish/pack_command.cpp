@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/pack.h"
 #include "tools/kvxpublish/sign.h"
@@ -22,53 +21,49 @@ struct PackOptions {
   bool is_unsigned = false;
 };
 
-CLI::Option* add_repeated(CLI::App& command, const std::string& name, std::vector<std::string>& values,
-                          const std::string& description) {
-  return command.add_option(name, values, description + "; may be repeated")->expected(1)->take_all();
-}
-
-void add_release_options(CLI::App& command, PackOptions& options) {
+void add_release_options(CommandOptions command, PackOptions& options) {
   PackRequest& request = options.request;
-  command.add_option("--channel", request.channel, "The release channel, for example live or test")
-      ->required()
-      ->type_name("C");
-  command.add_option("--version", request.version, "The release's version, one to four numbers with dots")
-      ->required()
-      ->type_name("V");
-  command.add_option("--exe", request.exe, "The program to start, relative to GAME_DIR")->required()->type_name("P");
-  add_repeated(command, "--arg", request.args, "An argument for the program, as --arg=A")->type_name("A");
-  add_path_option(command, "--notes", options.notes, "A text file with release notes, for the launcher's log")
-      ->type_name("FILE");
+  command.add_text("--channel", request.channel, "The release channel, for example live or test")
+      .required()
+      .type_name("C");
+  command.add_text("--version", request.version, "The release's version, one to four numbers with dots")
+      .required()
+      .type_name("V");
+  command.add_text("--exe", request.exe, "The program to start, relative to GAME_DIR").required().type_name("P");
+  command.add_list("--arg", request.args, "An argument for the program, as --arg=A").type_name("A");
+  command.add_path("--notes", options.notes, "A text file with release notes, for the launcher's log")
+      .type_name("FILE");
   command
-      .add_option("--min-free-disk", options.min_free_disk,
-                  "Bytes of free disk to ask for beside the download, or auto for as many as an install can need")
-      ->type_name("N|auto");
-  add_path_option(command, "--launcher", options.launcher, "A launcher that replaces older ones")->type_name("EXE");
+      .add_text("--min-free-disk", options.min_free_disk,
+                "Bytes of free disk to ask for beside the download, or auto for as many as an install can need")
+      .type_name("N|auto");
+  command.add_path("--launcher", options.launcher, "A launcher that replaces older ones").type_name("EXE");
 }
 
-void add_content_options(CLI::App& command, PackRequest& request) {
-  add_repeated(command, "--exclude", request.exclude,
-               "Files or folders to leave out: * and ? within a name, ** across folders; without / in any folder")
-      ->type_name("GLOB");
-  add_path_option(command, "--previous", request.previous.site,
-                  "The site with the release before, a folder or a URL: its files that are gone are deleted")
-      ->type_name("SITE");
+void add_content_options(CommandOptions command, PackRequest& request) {
+  command
+      .add_list("--exclude", request.exclude,
+                "Files or folders to leave out: * and ? within a name, ** across folders; without / in any folder")
+      .type_name("GLOB");
+  command
+      .add_path("--previous", request.previous.site,
+                "The site with the release before, a folder or a URL: its files that are gone are deleted")
+      .type_name("SITE");
   add_public_keys_option(command, request.public_keys);
   command.add_flag("--trust-unsigned-previous", request.previous.trust_unsigned,
                    "Take the serial and removals of a folder's release before that nobody has signed");
-  add_repeated(command, "--remove", request.remove, "One more file of older releases to delete")->type_name("P");
-  CLI::Option* serial =
-      command
-          .add_option("--serial", request.serial, "The release's number; by default one more than the release before")
-          ->type_name("N");
-  take_decimal(serial, 0, largest_launcher_number);
+  command.add_list("--remove", request.remove, "One more file of older releases to delete").type_name("P");
+  command
+      .add_number("--serial", request.serial, 0, largest_launcher_number,
+                  "The release's number; by default one more than the release before")
+      .type_name("N");
 }
 
-void add_signing_options(CLI::App& command, PackOptions& options) {
-  CLI::Option* key =
-      add_path_option(command, "--key", options.key, "Sign with this private key, an unencrypted P-256 PEM file")
-          ->type_name("PEM");
-  command.add_flag("--unsigned", options.is_unsigned, "Leave the release unsigned for now")->excludes(key);
+void add_signing_options(CommandOptions command, PackOptions& options) {
+  const DeclaredOption key =
+      command.add_path("--key", options.key, "Sign with this private key, an unencrypted P-256 PEM file")
+          .type_name("PEM");
+  command.add_flag("--unsigned", options.is_unsigned, "Leave the release unsigned for now").excludes(key);
 }
 
 // A count of bytes, or nothing for "auto".
@@ -127,13 +122,12 @@ bool run_pack(PackOptions& options, const CommandContext& context, Failure& fail
 
 }  // namespace
 
-RunCommand define_pack(CLI::App& command) {
+RunCommand define_pack(CommandOptions command) {
   const auto options = std::make_shared<PackOptions>();
-  add_path_option(command, "GAME_DIR", options->game_folder, "The folder of the game; all files in it are packed")
-      ->required();
-  add_path_option(command, "--out", options->site, "The site's folder; it is made when it is missing")
-      ->required()
-      ->type_name("SITE");
+  command.add_path("GAME_DIR", options->game_folder, "The folder of the game; all files in it are packed").required();
+  command.add_path("--out", options->site, "The site's folder; it is made when it is missing")
+      .required()
+      .type_name("SITE");
   add_release_options(command, *options);
   add_content_options(command, options->request);
   add_signing_options(command, *options);

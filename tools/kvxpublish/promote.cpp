@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/republish.h"
 #include "tools/kvxpublish/trust.h"
@@ -37,13 +36,11 @@ bool run_promote(const PromoteOptions& options, const CommandContext& context, F
 
 }  // namespace
 
-RunCommand define_promote(CLI::App& command) {
+RunCommand define_promote(CommandOptions command) {
   const auto options = std::make_shared<PromoteOptions>();
-  command.add_option("--from", options->from, "The channel that has the release")->required()->type_name("C");
-  command.add_option("--to", options->to, "The channel that gets it")->required()->type_name("C");
-  add_path_option(command, "--to-dir", options->site, "The site's folder, with both channels")
-      ->required()
-      ->type_name("DIR");
+  command.add_text("--from", options->from, "The channel that has the release").required().type_name("C");
+  command.add_text("--to", options->to, "The channel that gets it").required().type_name("C");
+  command.add_path("--to-dir", options->site, "The site's folder, with both channels").required().type_name("DIR");
   add_republish_options(command, options->signing);
   command.footer("Example:\n  kvxpublish promote --from test --to live --to-dir site --key primary.pem");
   return [options](const CommandContext& context, Failure& failure) { return run_promote(*options, context, failure); };

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_promote(CLI::App& command);
+[[nodiscard]] RunCommand define_promote(CommandOptions command);
 
 }  // namespace kvx::publish

@@ -9,7 +9,6 @@
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "manifest/managed_path.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/prune_plan.h"
 #include "tools/kvxpublish/site_lock.h"
@@ -101,16 +100,15 @@ bool run_prune(const PruneOptions& options, const CommandContext& context, Failu
 
 }  // namespace
 
-RunCommand define_prune(CLI::App& command) {
+RunCommand define_prune(CommandOptions command) {
   const auto options = std::make_shared<PruneOptions>();
   add_site_folder(command, options->site);
-  CLI::Option* keep = command
-                          .add_option("--keep", options->keep,
-                                      "How many releases of each channel's history to keep, the newest; the live one "
-                                      "is kept in any case")
-                          ->required()
-                          ->type_name("N");
-  take_decimal(keep, 1, 1000000);
+  command
+      .add_number("--keep", options->keep, 1, 1000000,
+                  "How many releases of each channel's history to keep, the newest; the live one "
+                  "is kept in any case")
+      .required()
+      .type_name("N");
   command.add_flag("--yes", options->yes, "Delete; without it, what would be deleted is only listed and counted");
   command.footer("Example:\n  kvxpublish prune /srv/www/patch --keep 5");
   return [options](const CommandContext& context, Failure& failure) { return run_prune(*options, context, failure); };

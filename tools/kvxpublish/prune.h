@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_prune(CLI::App& command);
+[[nodiscard]] RunCommand define_prune(CommandOptions command);
 
 }  // namespace kvx::publish

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "foundations/text.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/public_keys.h"
 #include "tools/kvxpublish/sign.h"
@@ -32,12 +31,12 @@ bool run_pubkey(const PubkeyOptions& options, const CommandContext& context, Fai
 
 }  // namespace
 
-void add_key_name_option(CLI::App& command, std::string& value) {
+void add_key_name_option(CommandOptions command, std::string& value) {
   value = "primary";
-  command.add_option("--name", value, "The key's place in the launcher")
-      ->check(CLI::IsMember({"primary", "backup"}))
-      ->type_name("NAME")
-      ->capture_default_str();
+  command.add_text("--name", value, "The key's place in the launcher")
+      .one_of({"primary", "backup"})
+      .type_name("NAME")
+      .show_default();
 }
 
 bool report_public_key(const std::string& name, const PublicPoint& point, Report& report, Failure& failure) {
@@ -55,9 +54,9 @@ bool report_public_key(const std::string& name, const PublicPoint& point, Report
   return true;
 }
 
-RunCommand define_pubkey(CLI::App& command) {
+RunCommand define_pubkey(CommandOptions command) {
   const auto options = std::make_shared<PubkeyOptions>();
-  add_path_option(command, "KEY", options->key, "A private or public key on P-256, a PEM file")->required();
+  command.add_path("KEY", options->key, "A private or public key on P-256, a PEM file").required();
   add_key_name_option(command, options->name);
   command.footer("Example:\n  kvxpublish pubkey backup.pem --name backup");
   return [options](const CommandContext& context, Failure& failure) { return run_pubkey(*options, context, failure); };

@@ -9,7 +9,6 @@
 #include "foundations/text.h"
 #include "manifest/manifest_limits.h"
 #include "tools/kvxpublish/channel_rule.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/content_check.h"
 #include "tools/kvxpublish/content_copy.h"
 #include "tools/kvxpublish/folder_site.h"
@@ -249,13 +248,13 @@ bool publish_release(const PublishRequest& request, Console& console, PublishSum
   return Publishing(request, console, summary, failure).run();
 }
 
-RunCommand define_publish(CLI::App& command) {
+RunCommand define_publish(CommandOptions command) {
   const auto options = std::make_shared<PublishOptions>();
   PublishRequest& request = options->request;
   add_site_folder(command, request.site);
-  add_path_option(command, "--to", request.to, "The folder that the server hands out; it is made when it is missing")
-      ->required()
-      ->type_name("DIR");
+  command.add_path("--to", request.to, "The folder that the server hands out; it is made when it is missing")
+      .required()
+      .type_name("DIR");
   add_channel_option(command, request.channel);
   add_public_keys_option(command, options->public_keys);
   command.add_flag("--force", request.force,

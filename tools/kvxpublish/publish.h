@@ -32,6 +32,6 @@ struct PublishSummary {
 [[nodiscard]] bool publish_release(const PublishRequest& request, Console& console, PublishSummary& summary,
                                    Failure& failure);
 
-[[nodiscard]] RunCommand define_publish(CLI::App& command);
+[[nodiscard]] RunCommand define_publish(CommandOptions command);
 
 }  // namespace kvx::publish

@@ -7,7 +7,6 @@
 #include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "tools/kvxpublish/channel_rule.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/content_check.h"
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/given_path.h"
@@ -55,11 +54,11 @@ std::vector<std::string> paths_of(const std::vector<ManifestFile>& files) {
 
 }  // namespace
 
-void add_republish_options(CLI::App& command, RepublishOptions& options) {
-  CLI::Option* key =
-      add_path_option(command, "--key", options.key, "Sign with this private key, an unencrypted P-256 PEM file")
-          ->type_name("PEM");
-  command.add_flag("--unsigned", options.is_unsigned, "Leave the release unsigned for now")->excludes(key);
+void add_republish_options(CommandOptions command, RepublishOptions& options) {
+  const DeclaredOption key =
+      command.add_path("--key", options.key, "Sign with this private key, an unencrypted P-256 PEM file")
+          .type_name("PEM");
+  command.add_flag("--unsigned", options.is_unsigned, "Leave the release unsigned for now").excludes(key);
   command.add_flag("--yes", options.takes_signature_away,
                    "With --unsigned, replace a signed release: no player can update until the new one is signed");
   add_public_keys_option(command, options.public_keys);

@@ -21,7 +21,7 @@ struct RepublishOptions {
 };
 
 // --key, --unsigned, --yes and --public-keys.
-void add_republish_options(CLI::App& command, RepublishOptions& options);
+void add_republish_options(CommandOptions command, RepublishOptions& options);
 
 class Republishing {
  public:

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/release_history.h"
 #include "tools/kvxpublish/republish.h"
@@ -110,12 +109,12 @@ bool run_rollback(const RollbackOptions& options, const CommandContext& context,
 
 }  // namespace
 
-RunCommand define_rollback(CLI::App& command) {
+RunCommand define_rollback(CommandOptions command) {
   const auto options = std::make_shared<RollbackOptions>();
   add_site_folder(command, options->site);
-  command.add_option("--to", options->to, "The release to go back to; serial:N or version:V where it could be either")
-      ->required()
-      ->type_name("VERSION|SERIAL");
+  command.add_text("--to", options->to, "The release to go back to; serial:N or version:V where it could be either")
+      .required()
+      .type_name("VERSION|SERIAL");
   add_channel_option(command, options->channel);
   add_republish_options(command, options->signing);
   command.footer("Example:\n  kvxpublish rollback site --to 1.2 --channel live --key primary.pem");

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_rollback(CLI::App& command);
+[[nodiscard]] RunCommand define_rollback(CommandOptions command);
 
 }  // namespace kvx::publish

@@ -6,7 +6,6 @@
 #include "foundations/paths.h"
 #include "foundations/text.h"
 #include "tools/kvxpublish/child_program.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/local_server.h"
 #include "tools/kvxpublish/machine_path.h"
@@ -136,23 +135,22 @@ bool run_serve(const ServeOptions& options, bool as_json, const CommandContext& 
 
 }  // namespace
 
-RunCommand define_serve(CLI::App& command) {
+RunCommand define_serve(CommandOptions command) {
   const auto options = std::make_shared<ServeOptions>();
   add_site_folder(command, options->site);
-  CLI::Option* port =
-      command.add_option("--port", options->port, "The port of 127.0.0.1")->type_name("N")->capture_default_str();
-  take_decimal(port, 1, 65535);
-  add_path_option(command, "--folder", options->folder,
-                  "The server's own folder, for its configuration, certificates and logs; by default SITE-server")
-      ->type_name("DIR");
-  CLI::Option* print = command.add_flag("--print", options->print, "Print nginx's configuration and do nothing else");
+  command.add_number("--port", options->port, 1, 65535, "The port of 127.0.0.1").type_name("N").show_default();
+  command
+      .add_path("--folder", options->folder,
+                "The server's own folder, for its configuration, certificates and logs; by default SITE-server")
+      .type_name("DIR");
+  const DeclaredOption print =
+      command.add_flag("--print", options->print, "Print nginx's configuration and do nothing else");
   command
       .add_flag("--no-start", options->no_start, "Write the server's folder, but make no certificates and do not start")
-      ->excludes(print);
+      .excludes(print);
   command.footer("Example:\n  kvxpublish serve site --port 8443");
-  const CLI::App* defined = &command;
-  return [options, defined](const CommandContext& context, Failure& failure) {
-    return run_serve(*options, defined->count("--json") > 0, context, failure);
+  return [options, command](const CommandContext& context, Failure& failure) {
+    return run_serve(*options, command.given("--json"), context, failure);
   };
 }
 

@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_serve(CLI::App& command);
+[[nodiscard]] RunCommand define_serve(CommandOptions command);
 
 }  // namespace kvx::publish

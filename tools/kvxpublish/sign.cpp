@@ -10,7 +10,6 @@
 #include "foundations/text.h"
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/ecdsa.h"
 #include "tools/kvxpublish/folder_site.h"
 #include "tools/kvxpublish/given_path.h"
@@ -142,16 +141,15 @@ void suggest_verify(const NextLook& look, const std::string& key_identifier, Rep
                    (known ? public_keys_argument(look.public_keys) : " --public-keys FILE"));
 }
 
-RunCommand define_sign(CLI::App& command) {
+RunCommand define_sign(CommandOptions command) {
   const auto options = std::make_shared<SignOptions>();
   add_site_folder(command, options->site);
-  add_path_option(command, "--key", options->key, "The private key, an unencrypted P-256 PEM file")
-      ->required()
-      ->type_name("PEM");
+  command.add_path("--key", options->key, "The private key, an unencrypted P-256 PEM file").required().type_name("PEM");
   add_channel_option(command, options->channel);
-  add_path_option(command, "--public-keys", options->public_keys,
-                  "The public keys that launchers know, a file as builds take it; by default the keys of this build")
-      ->type_name("FILE");
+  command
+      .add_path("--public-keys", options->public_keys,
+                "The public keys that launchers know, a file as builds take it; by default the keys of this build")
+      .type_name("FILE");
   command.footer("Example:\n  kvxpublish sign site --key primary.pem");
   return [options](const CommandContext& context, Failure& failure) { return run_sign(*options, context, failure); };
 }

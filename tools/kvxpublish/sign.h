@@ -45,6 +45,6 @@ struct NextLook {
 void suggest_verify(const NextLook& look, const std::string& key_identifier, Report& report);
 
 // `kvxpublish sign`.
-[[nodiscard]] RunCommand define_sign(CLI::App& command);
+[[nodiscard]] RunCommand define_sign(CommandOptions command);
 
 }  // namespace kvx::publish

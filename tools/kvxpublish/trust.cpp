@@ -5,7 +5,6 @@
 #include "foundations/clock.h"
 #include "manifest/manifest_limits.h"
 #include "manifest/signature.h"
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/given_path.h"
 #include "tools/kvxpublish/manifest_text.h"
 
@@ -36,10 +35,11 @@ Search fetch_trusted(SiteReader& site, const std::string& channel, const std::ve
 
 }  // namespace
 
-void add_public_keys_option(CLI::App& command, std::string& value) {
-  add_path_option(command, "--public-keys", value,
-                  "The public keys that count, a file as builds take it; by default the keys of this build")
-      ->type_name("FILE");
+void add_public_keys_option(CommandOptions command, std::string& value) {
+  command
+      .add_path("--public-keys", value,
+                "The public keys that count, a file as builds take it; by default the keys of this build")
+      .type_name("FILE");
 }
 
 std::string public_keys_argument(const std::string& option) {

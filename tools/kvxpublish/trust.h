@@ -11,7 +11,7 @@
 namespace kvx::publish {
 
 // --public-keys, for commands that check signatures.
-void add_public_keys_option(CLI::App& command, std::string& value);
+void add_public_keys_option(CommandOptions command, std::string& value);
 
 // The same option for the next step, with a blank before it; nothing when it was not given.
 [[nodiscard]] std::string public_keys_argument(const std::string& option);

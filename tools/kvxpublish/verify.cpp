@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "tools/kvxpublish/cli11.h"
 #include "tools/kvxpublish/content_check.h"
 #include "tools/kvxpublish/http_check.h"
 #include "tools/kvxpublish/release_content.h"
@@ -81,9 +80,9 @@ bool run_verify(const VerifyOptions& options, const CommandContext& context, Fai
 
 }  // namespace
 
-RunCommand define_verify(CLI::App& command) {
+RunCommand define_verify(CommandOptions command) {
   const auto options = std::make_shared<VerifyOptions>();
-  add_path_option(command, "SITE", options->site, "The site, a folder or a URL")->required();
+  command.add_path("SITE", options->site, "The site, a folder or a URL").required();
   add_channel_option(command, options->channel);
   command.add_flag("--full", options->full, "Read all content and check its digests, not only its sizes");
   add_public_keys_option(command, options->public_keys);

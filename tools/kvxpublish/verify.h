@@ -5,6 +5,6 @@
 
 namespace kvx::publish {
 
-[[nodiscard]] RunCommand define_verify(CLI::App& command);
+[[nodiscard]] RunCommand define_verify(CommandOptions command);
 
 }  // namespace kvx::publish
