@@ -1,7 +1,6 @@
 #include "engine/hash_cache.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "engine/text_lines.h"
 #include "foundations/files.h"
@@ -11,7 +10,6 @@ namespace kvx {
 namespace {
 
 constexpr uint64_t largest_file_bytes = 67108864;
-constexpr size_t digest_chars = 64;
 constexpr size_t usual_line_bytes = 128;
 
 std::string with_backslashes(std::string_view path) {
@@ -40,19 +38,6 @@ std::string entry_key(std::string_view path) {
   return key;
 }
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-// As strtoull reads it, whatever the text is.
-uint64_t to_number(std::string_view text) {
-  constexpr size_t safe_digits = 19;  // any number of so many fits
-  if (text.size() > safe_digits || !std::all_of(text.begin(), text.end(), is_digit)) {
-    return std::strtoull(std::string(text).c_str(), nullptr, 10);
-  }
-  uint64_t number = 0;
-  for (const char c : text) number = number * 10 + static_cast<uint64_t>(c - '0');
-  return number;
-}
-
 }  // namespace
 
 void HashCache::load(const std::wstring& path) {
@@ -63,39 +48,24 @@ void HashCache::load(const std::wstring& path) {
   if (!read_file(path, largest_file_bytes, bytes)) return;
   const std::vector<std::string_view> lines = split_lines(bytes);
   entries_.reserve(lines.size());
-  for (const std::string_view line : lines) load_line(line);
-}
-
-// "digest size time path"; the path is last because it may hold blanks.
-void HashCache::load_line(std::string_view line) {
-  if (line.size() < digest_chars + 2 || line.find(' ') != digest_chars) return;
-  const size_t size_at = digest_chars + 1;
-  const size_t size_end = line.find(' ', size_at);
-  if (size_end == std::string_view::npos) return;
-  const size_t time_end = line.find(' ', size_end + 1);
-  if (time_end == std::string_view::npos || time_end + 1 >= line.size()) return;
-  const std::string_view digest = line.substr(0, digest_chars);
-  if (!is_sha256_hex(digest)) return;
-
-  Entry entry;
-  entry.sha256 = digest;
-  entry.size = to_number(line.substr(size_at, size_end - size_at));
-  entry.last_write_time = to_number(line.substr(size_end + 1, time_end - size_end - 1));
-  entry.path = line.substr(time_end + 1);
-  std::string key = entry_key(entry.path);
-  entries_.insert_or_assign(std::move(key), std::move(entry));
+  for (const std::string_view line : lines) {
+    HashCacheEntry entry;
+    if (!read_hash_cache_line(line, entry)) continue;
+    std::string key = entry_key(entry.path);
+    entries_.insert_or_assign(std::move(key), std::move(entry));
+  }
 }
 
 const std::string* HashCache::lookup(std::string_view path, uint64_t size, uint64_t last_write_time) const {
   make_entry_key(path, lookup_key_);
   const auto found = entries_.find(lookup_key_);
   if (found == entries_.end()) return nullptr;
-  const Entry& entry = found->second;
+  const HashCacheEntry& entry = found->second;
   return entry.size == size && entry.last_write_time == last_write_time ? &entry.sha256 : nullptr;
 }
 
 void HashCache::put(std::string_view path, uint64_t size, uint64_t last_write_time, const std::string& sha256) {
-  entries_.insert_or_assign(entry_key(path), Entry{sha256, size, last_write_time, with_backslashes(path)});
+  entries_.insert_or_assign(entry_key(path), HashCacheEntry{sha256, size, last_write_time, with_backslashes(path)});
   dirty_ = true;
 }
 
@@ -103,20 +73,21 @@ void HashCache::drop(std::string_view path) {
   if (entries_.erase(entry_key(path)) > 0) dirty_ = true;
 }
 
+// The order in which releases list files: loaded so, neighbours in a release are neighbours in memory.
+std::vector<const HashCacheEntry*> HashCache::entries_by_path() const {
+  std::vector<const HashCacheEntry*> entries;
+  entries.reserve(entries_.size());
+  for (const auto& [key, entry] : entries_) entries.push_back(&entry);
+  std::sort(entries.begin(), entries.end(),
+            [](const HashCacheEntry* a, const HashCacheEntry* b) { return a->path < b->path; });
+  return entries;
+}
+
 bool HashCache::save(const StopSignal* stop) {
   if (!dirty_) return true;
   std::string text;
   text.reserve(entries_.size() * usual_line_bytes);
-  for (const auto& [key, entry] : entries_) {
-    text += entry.sha256;
-    text += ' ';
-    text += std::to_string(entry.size);
-    text += ' ';
-    text += std::to_string(entry.last_write_time);
-    text += ' ';
-    text += entry.path;
-    text += '\n';
-  }
+  for (const HashCacheEntry* entry : entries_by_path()) append_hash_cache_line(*entry, text);
   uint32_t error = 0;
   if (!write_file_atomic(path_, text, error, stop)) return false;
   dirty_ = false;

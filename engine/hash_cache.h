@@ -1,6 +1,6 @@
 // Digests of installed files, each valid for as long as the file's size and last-write time stay the same, so that
-// unchanged files need not be read. The file's format is described in docs/formats.md; lines that are not well-formed,
-// and a file that is missing or too large, count as absent.
+// unchanged files need not be read. Lines of the file that are not well-formed, and a
+// file that is missing or too large, count as absent.
 //
 // Paths are relative to the install folder, UTF-8, with backslashes in the file; "/" is taken for one. They are
 // compared without regard to case. For the worker thread.
@@ -10,7 +10,9 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
+#include "engine/hash_cache_lines.h"
 #include "foundations/stop_signal.h"
 
 namespace kvx {
@@ -32,18 +34,11 @@ class HashCache {
   [[nodiscard]] bool save(const StopSignal* stop = nullptr);
 
  private:
-  struct Entry {
-    std::string sha256;
-    uint64_t size = 0;
-    uint64_t last_write_time = 0;
-    std::string path;
-  };
-
-  void load_line(std::string_view line);
+  [[nodiscard]] std::vector<const HashCacheEntry*> entries_by_path() const;
 
   std::wstring path_;
-  std::unordered_map<std::string, Entry> entries_;  // by upper-cased path
-  mutable std::string lookup_key_;                  // one for all lookups, which then allocate nothing
+  std::unordered_map<std::string, HashCacheEntry> entries_;  // by upper-cased path
+  mutable std::string lookup_key_;                           // one for all lookups, which then allocate nothing
   bool dirty_ = false;
 };
 

@@ -1,6 +1,5 @@
 #include "engine/state_file.h"
 
-#include "engine/text_lines.h"
 #include "foundations/files.h"
 
 namespace kvx {
@@ -14,14 +13,9 @@ std::string state_key::accepted_serial(const std::string& channel_name) { return
 
 void StateFile::load(const std::wstring& path) {
   path_ = path;
-  values_.clear();
   std::string bytes;
-  if (!read_file(path, largest_file_bytes, bytes)) return;
-  for (const std::string_view line : split_lines(bytes)) {
-    const size_t equals = line.find('=');
-    if (equals == std::string_view::npos || equals == 0) continue;
-    set(std::string(line.substr(0, equals)), std::string(line.substr(equals + 1)));
-  }
+  static_cast<void>(read_file(path, largest_file_bytes, bytes));  // on failure there are no bytes
+  read_state_lines(bytes, values_);
 }
 
 std::optional<std::string> StateFile::get(const std::string& key) const {
@@ -35,9 +29,7 @@ std::string StateFile::get_or_empty(const std::string& key) const { return get(k
 void StateFile::set(const std::string& key, const std::string& value) { values_[key] = value; }
 
 bool StateFile::save(uint32_t& error, const StopSignal* stop) const {
-  std::string text;
-  for (const auto& [key, value] : values_) text += key + "=" + value + "\n";
-  return write_file_atomic(path_, text, error, stop);
+  return write_file_atomic(path_, state_lines(values_), error, stop);
 }
 
 bool StateFile::save() const {

@@ -1,12 +1,12 @@
-// The facts that the launcher remembers between runs: a text file of "key=value" lines in key order, described in
-// docs/formats.md. A missing, unreadable or oversized file counts as empty. For the worker thread.
+// The facts that the launcher remembers between runs: the file state.txt. A missing, unreadable or oversized file
+// counts as empty. For the worker thread.
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 
+#include "engine/state_lines.h"
 #include "foundations/stop_signal.h"
 
 namespace kvx {
@@ -43,7 +43,7 @@ class StateFile {
 
  private:
   std::wstring path_;
-  std::map<std::string, std::string> values_;
+  StateValues values_;
 };
 
 }  // namespace kvx

@@ -1,5 +1,6 @@
 #include "foundations/display_format.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <iterator>
 
@@ -30,7 +31,7 @@ std::wstring format_size(uint64_t bytes) {
   } else if (bytes >= kb) {
     std::snprintf(text, std::size(text), "%.0f KB", count * (1.0 / kb));
   } else {
-    std::snprintf(text, std::size(text), "%llu bytes", bytes);
+    std::snprintf(text, std::size(text), "%" PRIu64 " bytes", bytes);
   }
   return to_wide(text);
 }

@@ -1,15 +1,15 @@
 #include "foundations/text.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "foundations/unicode.h"
+
 namespace kvx {
 namespace {
 
-// What the system does to ASCII is the same on every computer and is done here, many times as fast.
+// What a system does to ASCII is the same on every computer and is done here, many times as fast.
 bool is_ascii(std::wstring_view text) {
   uint32_t bits = 0;
   for (const wchar_t c : text) bits |= static_cast<uint32_t>(c);
@@ -33,22 +33,12 @@ std::string to_utf8(std::wstring_view text) {
     std::transform(text.begin(), text.end(), result.begin(), [](wchar_t c) { return static_cast<char>(c); });
     return result;
   }
-  const int length = static_cast<int>(text.size());
-  const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-  if (needed <= 0) return {};
-  std::string result(static_cast<size_t>(needed), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), needed, nullptr, nullptr);
-  return result;
+  return unicode::to_utf8(text);
 }
 
 std::wstring to_wide(std::string_view text) {
   if (is_ascii(text)) return {text.begin(), text.end()};
-  const int length = static_cast<int>(text.size());
-  const int needed = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
-  if (needed <= 0) return {};
-  std::wstring result(static_cast<size_t>(needed), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), needed);
-  return result;
+  return unicode::to_wide(text);
 }
 
 bool is_ascii(std::string_view text) {
@@ -88,7 +78,7 @@ std::wstring to_upper(std::wstring_view text) {
     std::transform(result.begin(), result.end(), result.begin(), upper_ascii);
     return result;
   }
-  CharUpperBuffW(result.data(), static_cast<DWORD>(result.size()));
+  unicode::make_upper(result);
   return result;
 }
 
@@ -106,8 +96,7 @@ bool equals_ignore_case(std::wstring_view a, std::wstring_view b) {
     return std::equal(a.begin(), a.end(), b.begin(),
                       [](wchar_t x, wchar_t y) { return upper_ascii(x) == upper_ascii(y); });
   }
-  return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()), TRUE) ==
-         CSTR_EQUAL;
+  return unicode::equal_ignoring_case(a, b);
 }
 
 bool starts_with_ignore_case(std::wstring_view text, std::wstring_view prefix) {

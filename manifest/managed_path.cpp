@@ -107,8 +107,10 @@ void append_native_path(std::string_view path, std::wstring& folder) {
     folder += native_path(path);
     return;
   }
-  folder.append(path.begin(), path.end());
-  std::replace(folder.end() - static_cast<std::ptrdiff_t>(path.size()), folder.end(), L'/', L'\\');
+  const size_t folder_chars = folder.size();
+  folder.resize(folder_chars + path.size());
+  std::transform(path.begin(), path.end(), folder.begin() + static_cast<std::ptrdiff_t>(folder_chars),
+                 [](char c) { return c == '/' ? L'\\' : static_cast<wchar_t>(c); });
 }
 
 std::wstring path_identity(std::wstring_view native_path) { return to_upper(native_path); }

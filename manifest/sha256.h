@@ -1,5 +1,6 @@
-// SHA-256 (FIPS 180-4) as a stream, computed by Windows CNG. The algorithm provider is opened on first use and stays
-// open until the process ends; when that fails, every hasher is empty and every operation on it fails.
+// SHA-256 (FIPS 180-4) as a stream, computed by the system: Windows CNG, elsewhere libcrypto. CNG's algorithm provider
+// is opened on first use and stays open until the process ends; when that fails, every hasher is empty and every
+// operation on it fails.
 #pragma once
 
 #include <array>
@@ -14,7 +15,7 @@ namespace kvx {
 using Sha256Digest = std::array<uint8_t, 32>;
 
 struct Sha256HandleTraits {
-  using value_type = void*;  // BCRYPT_HASH_HANDLE
+  using value_type = void*;  // BCRYPT_HASH_HANDLE or EVP_MD_CTX*
   static value_type none() { return nullptr; }
   static void close(value_type value);
 };

@@ -5,11 +5,13 @@
 set -euo pipefail
 
 build=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev cmake ninja-build ccache)
+# What judges bytes also compiles for this machine.
+native=(g++ libssl-dev)
 # GoogleTest comes as source and is built for Windows here; the two header-only libraries serve the publisher's tool.
-test=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl
+test=("${native[@]}" googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl
       git python3)
 demo=("${test[@]}" xdotool imagemagick)
-lint=(googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy-22 clang-format
+lint=("${native[@]}" googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy-22 clang-format
       git python3 lld libclang-rt-14-dev)
 
 # What the programs of bench/ are held against.

@@ -1,7 +1,13 @@
 #!/usr/bin/env bash
-# Runs the tests of a build that is there already, on a display of their own: run_ctest.sh PRESET [CTEST_ARGUMENT...]
+# Runs the tests of a build that is there already: run_ctest.sh PRESET [CTEST_ARGUMENT...]
+# Those of a build for Windows run under Wine, on a display of their own.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+if [[ ${1:-} == native-* ]]; then
+  preset=$1
+  shift
+  exec ctest --preset "$preset" --parallel "$(nproc)" "$@"
+fi
 if [ "${1:-}" != --inner ]; then
   exec scripts/with_display.sh scripts/run_ctest.sh --inner "$@"
 fi

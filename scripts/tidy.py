@@ -5,7 +5,8 @@ A file that was clean is not looked at again until something changes: the file, 
 the checks, clang-tidy itself or this script. That is remembered in ${XDG_CACHE_HOME:-~/.cache}/kvx/tidy, for all
 checkouts. Findings are never remembered.
 
-Needs build/mingw-clang-ubtrap to be configured. Test sources are checked in the batches they are compiled in, without
+Needs build/mingw-clang-ubtrap and build/native-sanitize to be configured. A source that both compile is checked as the
+first does it. Test sources are checked in the batches they are compiled in, without
 the static analyzer, which follows GoogleTest's macros down every path and takes longer than all else together, and
 without what clang-tidy looks for in a main file only.
 """
@@ -23,8 +24,8 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build/mingw-clang-ubtrap"
-DATABASE = BUILD / "tidy"
+BUILDS = [ROOT / "build/mingw-clang-ubtrap", ROOT / "build/native-sanitize"]
+DATABASE = BUILDS[0] / "tidy"
 TIDY = "clang-tidy-22"  # earlier ones also look through the system's headers, which takes more than twice as long
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "kvx/tidy"
 NOT_READABLE = {"bench/manifest_speed.cpp"}  # this clang refuses RapidJSON's headers
@@ -193,16 +194,19 @@ def check(unit):
     return ""
 
 
-def units_of_the_build():
-    units = {}
-    for entry in json.loads((BUILD / "compile_commands.json").read_text()):
-        path = pathlib.Path(entry["file"])
-        if path in units or not path.is_relative_to(ROOT):
-            continue
-        sources = INCLUDED_TEST.findall(path.read_text()) if path.is_relative_to(BUILD) else [str(path.relative_to(ROOT))]
-        if sources:
-            units[path] = Unit(entry, sources)
-    return list(units.values())
+def units_of_the_builds():
+    units = []
+    known = set()
+    for build in BUILDS:
+        for entry in json.loads((build / "compile_commands.json").read_text()):
+            path = pathlib.Path(entry["file"])
+            if not path.is_relative_to(ROOT):
+                continue
+            sources = INCLUDED_TEST.findall(path.read_text()) if path.is_relative_to(build) else [str(path.relative_to(ROOT))]
+            if sources and not known.issuperset(sources):
+                units.append(Unit(entry, sources))
+                known.update(sources)
+    return units
 
 
 def write_database(units):
@@ -213,7 +217,7 @@ def write_database(units):
 
 def wanted_units(names):
     wanted = {os.path.relpath(os.path.abspath(name), ROOT) for name in names} or set(git_files("*.cpp")) - NOT_READABLE
-    all_units = units_of_the_build()
+    all_units = units_of_the_builds()
     write_database(all_units)
     units = [unit for unit in all_units if wanted.intersection(unit.sources)]
     left = wanted.difference(*(unit.sources for unit in units))

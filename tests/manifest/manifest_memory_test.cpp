@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -16,19 +17,25 @@ namespace {
 size_t live_bytes = 0;
 size_t peak_bytes = 0;
 
+#ifdef _WIN32
+size_t bytes_of(void* block) { return _msize(block); }
+#else
+size_t bytes_of(void* block) { return malloc_usable_size(block); }
+#endif
+
 }  // namespace
 
 void* operator new(size_t size) {
   void* block = std::malloc(size);
   if (block == nullptr) throw std::bad_alloc();
-  live_bytes += _msize(block);
+  live_bytes += bytes_of(block);
   peak_bytes = std::max(peak_bytes, live_bytes);
   return block;
 }
 
 void operator delete(void* block) noexcept {
   if (block == nullptr) return;
-  live_bytes -= _msize(block);
+  live_bytes -= bytes_of(block);
   std::free(block);
 }
 
@@ -43,7 +50,7 @@ std::string manifest_of(size_t count, PathOf path_of, const char* size) {
   std::string files;
   for (size_t i = 0; i < count; ++i) {
     char digest[65];
-    std::snprintf(digest, sizeof(digest), "%064llx", uint64_t{i} * 0x9E3779B97F4A7C15U);
+    std::snprintf(digest, sizeof(digest), "%064" PRIx64, uint64_t{i} * 0x9E3779B97F4A7C15U);
     files.append(i == 0 ? "" : ",")
         .append(R"({"path":")")
         .append(path_of(i))
@@ -60,8 +67,8 @@ std::string manifest_of(size_t count, PathOf path_of, const char* size) {
 // The peak since the last call, in multiples of the text's size.
 double peak_since(size_t before, const std::string& text) {
   const size_t used = peak_bytes - before;
-  std::printf("%llu bytes of text, %llu bytes at the peak: %.2f times\n", uint64_t{text.size()}, uint64_t{used},
-              static_cast<double>(used) / static_cast<double>(text.size()));
+  std::printf("%" PRIu64 " bytes of text, %" PRIu64 " bytes at the peak: %.2f times\n", uint64_t{text.size()},
+              uint64_t{used}, static_cast<double>(used) / static_cast<double>(text.size()));
   return static_cast<double>(used) / static_cast<double>(text.size());
 }
 

@@ -24,7 +24,8 @@ echo "version 1" >"$work/version"
 
 checkout() {  # checkout FOLDER: a small project that has product/a.cpp with a header, and a batch of two tests
   local root=$1 build=$1/build/mingw-clang-ubtrap
-  mkdir -p "$root/scripts" "$root/product" "$root/tests" "$build/batches"
+  mkdir -p "$root/scripts" "$root/product" "$root/tests" "$build/batches" "$root/build/native-sanitize"
+  echo '[]' >"$root/build/native-sanitize/compile_commands.json"
   cp "$source/scripts/tidy.py" "$root/scripts/"
   cp "$source/.clang-tidy" "$root/"
   cp "$source/tests/.clang-tidy" "$root/tests/"

@@ -1,9 +1,8 @@
 #include "tests/support/test_clock.h"
 
-#include <windows.h>
-
 #include <mutex>
 #include <numeric>
+#include <thread>
 #include <utility>
 
 #include "foundations/clock.h"
@@ -55,7 +54,7 @@ void sleep_ms(uint32_t milliseconds) {
     state.sleeps.push_back(milliseconds);
     state.ticks += milliseconds;
   }
-  Sleep(0);  // other threads get their turn, as during a real sleep
+  std::this_thread::yield();  // other threads get their turn, as during a real sleep
 }
 
 namespace test {

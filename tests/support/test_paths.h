@@ -1,5 +1,5 @@
-// Where the sources and the build lie, as paths on Wine's drive Z. Absolute folders stand in one source file alone: on
-// the command lines of all they would keep a compiler cache from serving another checkout.
+// Where the sources and the build lie; under Wine, as paths on its drive Z. Absolute folders stand in one source file
+// alone: on the command lines of all they would keep a compiler cache from serving another checkout.
 #pragma once
 
 #include <string>

@@ -1,5 +1,3 @@
-#include "tests/support/signing_keys.h"
-
 #include <windows.h>
 #include <bcrypt.h>
 #include <wincrypt.h>
@@ -13,6 +11,7 @@
 #include "manifest/bcrypt_handles.h"
 #include "manifest/built_in_keys.h"
 #include "tests/support/sha256_hex.h"
+#include "tests/support/signing_keys.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_paths.h"
 

@@ -1,11 +1,10 @@
-#include "tests/support/sha256_hex.h"
-
 #include <windows.h>
 #include <wincrypt.h>
 
 #include <gtest/gtest.h>
 
 #include "foundations/text.h"
+#include "tests/support/sha256_hex.h"
 
 namespace kvx::test {
 
