@@ -73,21 +73,11 @@ void HashCache::drop(std::string_view path) {
   if (entries_.erase(entry_key(path)) > 0) dirty_ = true;
 }
 
-// The order in which releases list files: loaded so, neighbours in a release are neighbours in memory.
-std::vector<const HashCacheEntry*> HashCache::entries_by_path() const {
-  std::vector<const HashCacheEntry*> entries;
-  entries.reserve(entries_.size());
-  for (const auto& [key, entry] : entries_) entries.push_back(&entry);
-  std::sort(entries.begin(), entries.end(),
-            [](const HashCacheEntry* a, const HashCacheEntry* b) { return a->path < b->path; });
-  return entries;
-}
-
 bool HashCache::save(const StopSignal* stop) {
   if (!dirty_) return true;
   std::string text;
   text.reserve(entries_.size() * usual_line_bytes);
-  for (const HashCacheEntry* entry : entries_by_path()) append_hash_cache_line(*entry, text);
+  for (const auto& [key, entry] : entries_) append_hash_cache_line(entry, text);
   uint32_t error = 0;
   if (!write_file_atomic(path_, text, error, stop)) return false;
   dirty_ = false;

@@ -10,7 +10,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "engine/hash_cache_lines.h"
 #include "foundations/stop_signal.h"
@@ -34,8 +33,6 @@ class HashCache {
   [[nodiscard]] bool save(const StopSignal* stop = nullptr);
 
  private:
-  [[nodiscard]] std::vector<const HashCacheEntry*> entries_by_path() const;
-
   std::wstring path_;
   std::unordered_map<std::string, HashCacheEntry> entries_;  // by upper-cased path
   mutable std::string lookup_key_;                           // one for all lookups, which then allocate nothing

@@ -52,7 +52,7 @@ bool is_technical(const std::string& text) {
 
 // Of the texts in UTF-16, what is not said to anybody, or only as part of a size or a time.
 bool is_wide_for_nobody(const std::string& text) {
-  static const std::vector<std::string> others = {".=\n",
+  static const std::vector<std::string> others = {"=\n",
                                                   "Range: bytes=",
                                                   " --self-updated --wait-pid=",
                                                   " --",
