@@ -11,8 +11,8 @@ namespace kvx::test {
 
 class FileLock {
  public:
-  // Opens an existing file for reading and fails the test when it cannot. `share_mode` is FILE_SHARE_ flags; 0 shares
-  // nothing.
+  // Opens an existing file for reading, as soon as nobody has it open in a way that excludes that, and fails the test
+  // when it cannot. `share_mode` is FILE_SHARE_ flags; 0 shares nothing.
   explicit FileLock(const std::wstring& path, uint32_t share_mode = 0);
 
   void release() { file_.reset(); }
