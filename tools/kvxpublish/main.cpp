@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "foundations/text.h"
-#include "tools/kvxpublish/commands.h"
-#include "tools/kvxpublish/system_console.h"
+#include "tools/kvxpublish/commands/commands.h"
+#include "tools/kvxpublish/platform/system_console.h"
 
 namespace {
 
