@@ -11,8 +11,7 @@ megabytes=${2:-2000}
 case $files$megabytes in
   *[!0-9]*) echo "usage: pack_speed.sh [FILES] [MEGABYTES]" >&2; exit 2 ;;
 esac
-[ -e build/mingw-release/kvxpublish.exe ] || scripts/build.sh kvxpublish
-scripts/wine_run.sh cmd /c exit
+scripts/build_tool.sh >/dev/null
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

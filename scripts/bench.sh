@@ -263,7 +263,7 @@ print_table() {
 # ---- The run --------------------------------------------------------------------------------------------------------
 
 scripts/install_packages.sh build test bench
-targets=(launcher_run bare_calls kvxpublish)
+targets=(launcher_run bare_calls)
 [[ " ${wanted[*]} " != *' manifest '* ]] || targets+=(manifest_speed)
 scripts/build.sh "${targets[@]}" >"$errors" 2>&1 || { cat "$errors" >&2; fail "the build failed"; }
 mkdir -p "$folder"

@@ -20,7 +20,7 @@ case ${1:-} in
 esac
 if [ "${1:-}" != --inner ]; then
   scripts/install_packages.sh build test demo
-  scripts/build.sh KVXLauncher kvxpublish sample_game trust_ca
+  scripts/build.sh KVXLauncher sample_game trust_ca
   [ "${1:-}" = --show ] || exec scripts/with_display.sh "$root/scripts/demo.sh" --inner
 fi
 
@@ -88,7 +88,7 @@ publish() {  # publish VERSION ARGUMENT...
   local version=$1
   shift
   echo "Sample release $version" >"$demo/notes-$version.txt"
-  KVX_BUILD=$build scripts/kvxpublish pack "$demo/game-$version" --out "$demo/site" --channel live --version "$version" \
+  scripts/kvxpublish pack "$demo/game-$version" --out "$demo/site" --channel live --version "$version" \
     --exe "bin/KVX sample.exe" --arg=--seconds --arg=1.5 --arg="two words" --arg="Größe" \
     --notes "$demo/notes-$version.txt" --key "$root/keys/development/primary.pem" "$@"
 }

@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
 # Installs what the other scripts need and this Debian lacks, and says so:
-#   install_packages.sh [build] [test] [demo] [lint] [bench]     (by default all but bench)
+#   install_packages.sh [build] [tool] [test] [demo] [lint] [bench]     (by default all but bench)
 # Needs root or sudo only when something is missing.
 set -euo pipefail
 
 build=(g++-mingw-w64-x86-64-posix mingw-w64-x86-64-dev cmake ninja-build ccache)
-# What judges bytes also compiles for this machine.
-native=(g++ libssl-dev)
-# GoogleTest comes as source and is built for Windows here; the two header-only libraries serve the publisher's tool.
-test=("${native[@]}" googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation nginx-light openssl
+# What judges bytes, and the publisher's tool, also compile for this machine.
+tool=(g++ cmake ninja-build ccache pkg-config libssl-dev libcurl4-openssl-dev libutf8proc-dev libcli11-dev nlohmann-json3-dev)
+# GoogleTest comes as source.
+test=("${tool[@]}" googletest wine wine64 xvfb openbox fonts-liberation nginx-light openssl
       git python3)
 demo=("${test[@]}" xdotool imagemagick)
-lint=("${native[@]}" googletest libcli11-dev nlohmann-json3-dev wine wine64 xvfb openbox fonts-liberation clang clang-tidy-22 clang-format
+lint=("${tool[@]}" googletest wine wine64 xvfb openbox fonts-liberation clang clang-tidy-22 clang-format
       git python3 lld libclang-rt-14-dev)
 
 # What the programs of bench/ are held against.
@@ -22,6 +22,7 @@ wanted=()
 for group in "$@"; do
   case $group in
     build) wanted+=("${build[@]}") ;;
+    tool) wanted+=("${tool[@]}") ;;
     test) wanted+=("${test[@]}") ;;
     demo) wanted+=("${demo[@]}") ;;
     lint) wanted+=("${lint[@]}") ;;

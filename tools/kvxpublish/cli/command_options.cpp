@@ -1,6 +1,7 @@
 #include "tools/kvxpublish/cli/command_options.h"
 
 #include <charconv>
+#include <functional>
 
 #include "tools/kvxpublish/cli/cli11.h"
 
@@ -19,6 +20,36 @@ DeclaredOption take_decimal(CLI::Option& option, uint64_t least, uint64_t larges
   };
   option.transform(CLI::Validator(normalise, ""));
   return DeclaredOption(option);
+}
+
+bool is_url(const std::string& text) { return text.find("://") != std::string::npos; }
+
+// "host:path" or "user@host:path", as scp and rsync take it; not a drive of Windows, nor a URL.
+bool is_remote_shell_path(const std::string& text) {
+  constexpr size_t drive_letter = 1;
+  const size_t colon = text.find(':');
+  return colon != std::string::npos && colon > drive_letter && text.find_first_of("/\\") > colon && !is_url(text);
+}
+
+std::string elsewhere(const std::string& text) {
+  return '"' + text +
+         "\" is on another machine, and this takes a path on this one; make the site in a folder here and copy that "
+         "there, for example with rclone or rsync";
+}
+
+// What is wrong with it, empty when nothing is.
+std::string path_problem(const std::string& text) {
+  if (text.empty()) return "the path is empty";
+  return is_remote_shell_path(text) ? elsewhere(text) : std::string();
+}
+
+DeclaredOption add_checked(CLI::App& command, const std::string& name, std::string& value,
+                           const std::string& description,
+                           const std::function<std::string(const std::string&)>& problem) {
+  CLI::Option* option = command.add_option(name, value, description);
+  if (!name.starts_with('-')) option->type_name("");  // a positional argument's name says what it is
+  option->check(problem);
+  return DeclaredOption(*option);
 }
 
 }  // namespace
@@ -55,10 +86,13 @@ DeclaredOption CommandOptions::add_text(const std::string& name, std::string& va
 
 DeclaredOption CommandOptions::add_path(const std::string& name, std::string& value,
                                         const std::string& description) const {
-  CLI::Option* option = command_->add_option(name, value, description);
-  if (!name.starts_with('-')) option->type_name("");  // a positional argument's name says what it is
-  option->check([](const std::string& text) { return std::string(text.empty() ? "the path is empty" : ""); });
-  return DeclaredOption(*option);
+  return add_checked(*command_, name, value, description,
+                     [](const std::string& text) { return is_url(text) ? elsewhere(text) : path_problem(text); });
+}
+
+DeclaredOption CommandOptions::add_location(const std::string& name, std::string& value,
+                                            const std::string& description) const {
+  return add_checked(*command_, name, value, description, path_problem);
 }
 
 DeclaredOption CommandOptions::add_list(const std::string& name, std::vector<std::string>& values,

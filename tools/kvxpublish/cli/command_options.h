@@ -38,8 +38,12 @@ class CommandOptions {
 
   DeclaredOption add_text(const std::string& name, std::string& value, const std::string& description) const;
 
-  // Names a file or folder; an empty text would quietly mean the current folder.
+  // Names a file or folder of this machine. Refused are an empty text, which would quietly mean the current folder, and
+  // what names a place on another machine, which would quietly become a folder of that name.
   DeclaredOption add_path(const std::string& name, std::string& value, const std::string& description) const;
+
+  // The same, or a URL.
+  DeclaredOption add_location(const std::string& name, std::string& value, const std::string& description) const;
 
   // Takes one value each time it is given.
   DeclaredOption add_list(const std::string& name, std::vector<std::string>& values,

@@ -2,21 +2,19 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/kvxpublish/cli/machine_path.h"
-
 namespace kvx::publish {
 namespace {
 
 using OrderedJson = nlohmann::ordered_json;
 
 std::string as_text(const ReportValue& value) {
-  if (const auto* text = std::get_if<std::string>(&value)) return with_machine_paths(*text);
+  if (const auto* text = std::get_if<std::string>(&value)) return *text;
   if (const auto* number = std::get_if<uint64_t>(&value)) return std::to_string(*number);
   return std::get<bool>(value) ? "yes" : "no";
 }
 
 OrderedJson as_json_value(const ReportValue& value) {
-  if (const auto* text = std::get_if<std::string>(&value)) return with_machine_paths(*text);
+  if (const auto* text = std::get_if<std::string>(&value)) return *text;
   return std::visit([](const auto& alternative) { return OrderedJson(alternative); }, value);
 }
 
@@ -61,15 +59,15 @@ void Report::add_record(const std::string& list, std::initializer_list<ReportFie
 void write_report(const Report& report, bool as_json, Console& console) {
   console.write_data(as_json ? dump(report.document_->root) : report.lines_);
   for (const std::string& note : report.notes_) {
-    console.write_message(coloured(console, Colour::yellow, "note: ") + with_machine_paths(note) + '\n');
+    console.write_message(coloured(console, Colour::yellow, "note: ") + note + '\n');
   }
   if (!report.next_step_.empty()) {
-    console.write_message(coloured(console, Colour::green, "next: ") + with_machine_paths(report.next_step_) + '\n');
+    console.write_message(coloured(console, Colour::green, "next: ") + report.next_step_ + '\n');
   }
 }
 
 void write_failure(const Failure& failure, bool as_json, Console& console) {
-  const std::string text = with_machine_paths(failure.text);
+  const std::string& text = failure.text;
   if (as_json) console.write_data(dump({{"error", text}, {"code", static_cast<int>(failure.code)}}));
   console.write_message(coloured(console, Colour::red, "kvxpublish: ") + text + '\n');
 }

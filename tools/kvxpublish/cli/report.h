@@ -1,7 +1,6 @@
 // What a command found out or did, for people and for machines. It is collected while the command runs and written once
 // at its end: on standard output as lines "name=value", or as one JSON object; notes and the next step on standard
-// error. A command that fails writes nothing of it but the failure. All texts, and those of failures, go through
-// with_machine_paths.
+// error. A command that fails writes nothing of it but the failure.
 #pragma once
 
 #include <cstdint>

@@ -5,13 +5,13 @@
 #include <span>
 #include <vector>
 
-#include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/signature.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/der.h"
 #include "tools/kvxpublish/keys/public_keys.h"
 #include "tools/kvxpublish/keys/signature_file.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/signing.h"
 #include "tools/kvxpublish/site/site_lock.h"
 
@@ -44,8 +44,8 @@ std::vector<RAndS> possible_signatures(const std::string& file) {
   return signatures;
 }
 
-bool load_signatures(const std::wstring& path, std::vector<RAndS>& signatures, Failure& failure) {
-  const std::string name = to_utf8(path);
+bool load_signatures(const fs::path& path, std::vector<RAndS>& signatures, Failure& failure) {
+  const std::string name = path_text(path);
   std::string file;
   if (!is_file(path)) return fail(ExitCode::key, name + ": there is no such signature file", failure);
   if (!read_file(path, signature_limit_bytes, file)) {
@@ -90,7 +90,7 @@ const NamedKey* find_signer(const std::string& manifest, const std::vector<RAndS
 }
 
 bool run_attach(const AttachOptions& options, const CommandContext& context, Failure& failure) {
-  const std::wstring signature_path = given_path(options.signature);
+  const fs::path signature_path = given_path(options.signature);
   std::vector<RAndS> signatures;
   std::vector<NamedKey> keys;
   PublishedRelease release;
@@ -104,7 +104,7 @@ bool run_attach(const AttachOptions& options, const CommandContext& context, Fai
   const NamedKey* signer = find_signer(release.manifest_bytes, signatures, keys, signature_file);
   if (signer == nullptr) {
     return fail(ExitCode::key,
-                to_utf8(signature_path) + ": the signature fits none of the keys (" + list_of(keys) +
+                path_text(signature_path) + ": the signature fits none of the keys (" + list_of(keys) +
                     "); sign the digest that \"kvxpublish digest\" shows now, or name the keys with --public-keys",
                 failure);
   }

@@ -4,12 +4,11 @@
 #include <memory>
 #include <unordered_set>
 
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "manifest/managed_path.h"
-#include "tools/kvxpublish/cli/given_path.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/content_pass.h"
 #include "tools/kvxpublish/release/release_differences.h"
 #include "tools/kvxpublish/remote/site_opener.h"
@@ -32,8 +31,8 @@ struct NextRelease {
 };
 
 bool measure_game(const DiffOptions& options, Console& console, NextRelease& next, Report& report, Failure& failure) {
-  const std::wstring folder = given_path(options.site);
-  if (!is_folder(folder)) return fail(ExitCode::failed, to_utf8(folder) + ": there is no such folder", failure);
+  const fs::path folder = given_path(options.site);
+  if (!is_folder(folder)) return fail(ExitCode::failed, path_text(folder) + ": there is no such folder", failure);
   std::vector<GameFile> files;
   std::vector<std::string> unused;
   if (!list_game_folder(folder, options.exclude, files, unused, failure) || !measure_files(files, console, failure)) {
@@ -56,8 +55,8 @@ bool nothing_published(const SiteReader& site, const std::string& channel, Failu
 
 // Games may have a manifest.json of their own.
 bool may_be_site(const std::string& location) {
-  const std::wstring folder = given_path(location);
-  return is_url(location) || is_folder(join_path(folder, L"files")) || is_folder(join_path(folder, L"history"));
+  const fs::path folder = given_path(location);
+  return is_url(location) || is_folder(folder / "files") || is_folder(folder / "history");
 }
 
 bool load_next(const DiffOptions& options, const CommandContext& context, NextRelease& next, Failure& failure) {
@@ -69,12 +68,12 @@ bool load_next(const DiffOptions& options, const CommandContext& context, NextRe
       may_be_site(options.site) ? read_release(*site, options.channel, release, failure) : Search::absent;
   if (search == Search::failed) return false;
   if (search == Search::found) {
-    if (!url) context.report.note(to_utf8(given_path(options.site)) + " was taken for a site");
+    if (!url) context.report.note(path_text(given_path(options.site)) + " was taken for a site");
     next.manifest = std::move(release.manifest);
     return true;
   }
   if (url) return nothing_published(*site, options.channel, failure);
-  context.report.note(to_utf8(given_path(options.site)) + " was taken for a game's folder");
+  context.report.note(path_text(given_path(options.site)) + " was taken for a game's folder");
   return measure_game(options, context.console, next, context.report, failure);
 }
 
@@ -148,10 +147,10 @@ bool run_diff(const DiffOptions& options, const CommandContext& context, Failure
 
 RunCommand define_diff(CommandOptions command) {
   const auto options = std::make_shared<DiffOptions>();
-  command.add_path("SITE", options->site, "What is new: a site, or the folder of a game, whose files are then read")
+  command.add_location("SITE", options->site, "What is new: a site, or the folder of a game, whose files are then read")
       .required()
       .type_name("SITE|DIR");
-  command.add_path("--against", options->against, "The site with the release before, a folder or a URL")
+  command.add_location("--against", options->against, "The site with the release before, a folder or a URL")
       .required()
       .type_name("SITE");
   add_channel_option(command, options->channel);

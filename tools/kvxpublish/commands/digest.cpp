@@ -2,11 +2,10 @@
 
 #include <memory>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/sha256.h"
-#include "tools/kvxpublish/cli/given_path.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/signing.h"
 #include "tools/kvxpublish/site/site.h"
 
@@ -21,10 +20,10 @@ struct DigestOptions {
 
 bool write_digest(const std::string& out, const Sha256Digest& digest, Failure& failure) {
   if (out.empty()) return true;
-  const std::wstring path = given_path(out);
-  uint32_t error = 0;
-  return write_file_atomic(path, std::string(digest.begin(), digest.end()), error) ||
-         fail(ExitCode::failed, to_utf8(path) + ": cannot be written: " + error_text(error), failure);
+  const fs::path path = given_path(out);
+  std::string reason;
+  return write_file_atomic(path, std::string(digest.begin(), digest.end()), reason) ||
+         fail(ExitCode::failed, path_text(path) + ": cannot be written: " + reason, failure);
 }
 
 bool run_digest(const DigestOptions& options, const CommandContext& context, Failure& failure) {
@@ -40,7 +39,7 @@ bool run_digest(const DigestOptions& options, const CommandContext& context, Fai
   report.add("channel", options.channel);
   report.add("version", release.manifest.version);
   report.add("serial", static_cast<uint64_t>(release.manifest.serial));
-  report.add("manifest", to_utf8(site_paths(given_path(options.site), options.channel).manifest));
+  report.add("manifest", path_text(site_paths(given_path(options.site), options.channel).manifest));
   report.add("sha256", to_hex(digest.data(), digest.size()));
   report.next_step("sign this digest with ECDSA on P-256, then: kvxpublish attach \"" + options.site + "\" --channel " +
                    options.channel +

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/pack.h"
 #include "tools/kvxpublish/release/signing.h"
 #include "tools/kvxpublish/site/site_reader.h"
@@ -48,8 +48,8 @@ void add_content_options(CommandOptions command, PackRequest& request) {
                 "Files or folders to leave out: * and ? within a name, ** across folders; without / in any folder")
       .type_name("GLOB");
   command
-      .add_path("--previous", request.previous.site,
-                "The site with the release before, a folder or a URL: its files that are gone are deleted")
+      .add_location("--previous", request.previous.site,
+                    "The site with the release before, a folder or a URL: its files that are gone are deleted")
       .type_name("SITE");
   add_public_keys_option(command, request.public_keys);
   command.add_flag("--trust-unsigned-previous", request.previous.trust_unsigned,

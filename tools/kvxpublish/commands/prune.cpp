@@ -1,15 +1,12 @@
 #include "tools/kvxpublish/commands/prune.h"
 
-#include <windows.h>
-
 #include <memory>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
 #include "manifest/managed_path.h"
-#include "tools/kvxpublish/cli/given_path.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
+#include "tools/kvxpublish/platform/system.h"
 #include "tools/kvxpublish/site/prune_plan.h"
 #include "tools/kvxpublish/site/site_lock.h"
 
@@ -22,43 +19,37 @@ struct PruneOptions {
   bool yes = false;
 };
 
-uint64_t now() {
-  FILETIME time;
-  GetSystemTimeAsFileTime(&time);
-  return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
 uint64_t total_bytes(const std::vector<PrunableFile>& files) {
   uint64_t bytes = 0;
   for (const PrunableFile& file : files) bytes += file.size;
   return bytes;
 }
 
-bool delete_files(const std::wstring& site, const std::vector<PrunableFile>& files, const Console& console,
+bool delete_files(const fs::path& site, const std::vector<PrunableFile>& files, const Console& console,
                   Failure& failure) {
   for (const PrunableFile& file : files) {
     if (console.interrupted()) {
       return fail(ExitCode::failed, "stopped; what is not deleted yet is left to the next time", failure);
     }
-    const std::wstring path = join_path(site, native_path(file.name));
-    uint32_t error = 0;
-    if (delete_file(path, error)) continue;
-    return fail(ExitCode::failed,
-                to_utf8(path) + ": cannot be deleted: " + error_text(error) +
-                    "; what is not deleted yet is left to the next time",
-                failure);
+    const fs::path path = site / path_of(file.name);
+    std::string reason;
+    if (delete_file(path, reason)) continue;
+    return fail(
+        ExitCode::failed,
+        path_text(path) + ": cannot be deleted: " + reason + "; what is not deleted yet is left to the next time",
+        failure);
   }
   return true;
 }
 
 // Releases go before their content, so that the history never names content that is gone.
-bool carry_out(const std::wstring& site, const PrunePlan& plan, const Console& console, Failure& failure) {
+bool carry_out(const fs::path& site, const PrunePlan& plan, const Console& console, Failure& failure) {
   if (!delete_files(site, plan.history, console, failure) || !delete_files(site, plan.content, console, failure) ||
       !delete_files(site, plan.temporaries, console, failure)) {
     return false;
   }
   for (const std::string& folder : plan.empty_folders) {
-    RemoveDirectoryW(long_path(join_path(site, native_path(folder))).c_str());
+    discard_empty_folder(site / path_of(folder));
   }
   return true;
 }
@@ -85,13 +76,13 @@ void report_plan(const PruneOptions& options, const PrunePlan& plan, Report& rep
 }
 
 bool run_prune(const PruneOptions& options, const CommandContext& context, Failure& failure) {
-  const std::wstring site = given_path(options.site);
+  const fs::path site = given_path(options.site);
   PrunePlan plan;
   SiteLock lock;
   if (options.yes && !lock.acquire(site, failure)) return false;
-  if (!plan_prune(site, options.keep, now(), plan, failure)) return false;
+  if (!plan_prune(site, options.keep, file_time_now(), plan, failure)) return false;
   if (plan.history.empty() && plan.content.empty() && plan.temporaries.empty() && plan.empty_folders.empty()) {
-    return fail(ExitCode::nothing_to_do, to_utf8(site) + ": there is nothing to delete", failure);
+    return fail(ExitCode::nothing_to_do, path_text(site) + ": there is nothing to delete", failure);
   }
   if (options.yes && !carry_out(site, plan, context.console, failure)) return false;
   report_plan(options, plan, context.report);

@@ -1,13 +1,12 @@
 #include "tools/kvxpublish/commands/pubkey.h"
 
-#include <windows.h>
-
 #include <memory>
 
 #include "foundations/text.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/public_keys.h"
 #include "tools/kvxpublish/keys/signature_file.h"
+#include "tools/kvxpublish/keys/wipe.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 namespace {
@@ -18,14 +17,14 @@ struct PubkeyOptions {
 };
 
 bool run_pubkey(const PubkeyOptions& options, const CommandContext& context, Failure& failure) {
-  const std::wstring path = given_path(options.key);
+  const fs::path path = given_path(options.key);
   std::string pem;
   if (!load_key_file(path, pem, failure)) return false;
   PublicPoint point{};
   std::string error;
   const bool read = read_public_point(pem, point, error);
-  SecureZeroMemory(pem.data(), pem.size());
-  if (!read) return fail(ExitCode::key, to_utf8(path) + ": the key " + error, failure);
+  wipe(pem.data(), pem.size());
+  if (!read) return fail(ExitCode::key, path_text(path) + ": the key " + error, failure);
   return report_public_key(options.name, point, context.report, failure);
 }
 

@@ -4,12 +4,11 @@
 #include <memory>
 #include <utility>
 
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
 #include "manifest/manifest_limits.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/remote/content_check.h"
 #include "tools/kvxpublish/site/channel_rule.h"
 #include "tools/kvxpublish/site/content_copy.h"
@@ -50,16 +49,16 @@ class Publishing {
   bool fail_with(ExitCode code, std::string text) { return fail(code, std::move(text), failure_); }
 
   bool check_request() {
-    const std::wstring site = given_path(request_.site);
-    if (equals_ignore_case(site, target_)) {
-      return fail_with(ExitCode::usage, to_utf8(target_) + ": is the site itself; name the folder to publish to");
+    const fs::path site = given_path(request_.site);
+    if (is_same_path(site, target_)) {
+      return fail_with(ExitCode::usage, path_text(target_) + ": is the site itself; name the folder to publish to");
     }
     if (lies_in(target_, site)) {
-      return fail_with(ExitCode::usage, to_utf8(target_) + ": lies in the site itself; name a folder outside of it");
+      return fail_with(ExitCode::usage, path_text(target_) + ": lies in the site itself; name a folder outside of it");
     }
     if (lies_in(site, target_)) {
       return fail_with(ExitCode::usage,
-                       to_utf8(site) + ": the site lies in the folder to publish to; name another folder with --to");
+                       path_text(site) + ": the site lies in the folder to publish to; name another folder with --to");
     }
     return check_channel(request_.channel, failure_);
   }
@@ -142,8 +141,8 @@ class Publishing {
   bool check_for_news() {
     const bool is_there = is_same_ && live_.signature == release_.signature && missing_.empty();
     return !is_there ||
-           fail_with(ExitCode::nothing_to_do, to_utf8(paths_.manifest) + ": serial " + std::to_string(summary_.serial) +
-                                                  " is published there already");
+           fail_with(ExitCode::nothing_to_do, path_text(paths_.manifest) + ": serial " +
+                                                  std::to_string(summary_.serial) + " is published there already");
   }
 
   // Before anything is written.
@@ -170,16 +169,15 @@ class Publishing {
 
   // Nothing is overwritten, so that everything can come back.
   bool make_room(std::vector<SetAside>& aside) {
-    std::vector<std::wstring> paths;
+    std::vector<fs::path> paths;
     paths.reserve(damaged_.size());
-    for (const std::string& sha256 : damaged_) paths.push_back(join_path(paths_.files, to_wide(sha256)));
-    const std::wstring kept = history_manifest(paths_, summary_.serial);
+    for (const std::string& sha256 : damaged_) paths.push_back(paths_.files / path_of(sha256));
+    const fs::path kept = history_manifest(paths_, summary_.serial);
     std::string bytes;
     const bool is_taken =
         is_file(kept) && (!read_file(kept, largest_manifest_bytes, bytes) || bytes != release_.manifest_bytes);
     if (is_taken && request_.force) paths.push_back(kept);
-    return std::ranges::all_of(paths,
-                               [&](const std::wstring& path) { return aside.emplace_back().take(path, failure_); });
+    return std::ranges::all_of(paths, [&](const fs::path& path) { return aside.emplace_back().take(path, failure_); });
   }
 
   // What was there before is checked by its size alone; what was copied is read back.
@@ -202,7 +200,7 @@ class Publishing {
   }
 
   const PublishRequest& request_;
-  const std::wstring target_;
+  const fs::path target_;
   const SitePaths paths_;
   Console& console_;
   PublishSummary& summary_;

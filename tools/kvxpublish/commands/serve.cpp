@@ -2,12 +2,10 @@
 
 #include <memory>
 
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
-#include "tools/kvxpublish/cli/given_path.h"
-#include "tools/kvxpublish/cli/machine_path.h"
 #include "tools/kvxpublish/platform/child_program.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/remote/local_server.h"
 
 namespace kvx::publish {
@@ -26,28 +24,28 @@ struct ServeOptions {
 
 // Where things lie, as full paths.
 struct Server {
-  std::wstring site;
-  std::wstring folder;
+  fs::path site;
+  fs::path folder;
   std::string configuration;
   bool needs_certificates = false;
 };
 
-std::wstring server_folder(const ServeOptions& options) {
-  return options.folder.empty() ? given_path(options.site) + L"-server" : given_path(options.folder);
+fs::path server_folder(const ServeOptions& options) {
+  return options.folder.empty() ? given_path(options.site) += "-server" : given_path(options.folder);
 }
 
 bool describe_server(const ServeOptions& options, Server& server, Failure& failure) {
   server.site = given_path(options.site);
   server.folder = server_folder(options);
   if (!is_folder(server.site)) {
-    return fail(ExitCode::failed, to_utf8(server.site) + ": there is no such folder", failure);
+    return fail(ExitCode::failed, path_text(server.site) + ": there is no such folder", failure);
   }
   return nginx_configuration(server.site, options.port, server.configuration, failure);
 }
 
 // The first of these two programs that is not installed, or null.
-const wchar_t* missing_program() {
-  for (const wchar_t* name : {L"openssl.exe", L"nginx.exe"}) {
+const char* missing_program() {
+  for (const char* name : {"openssl", "nginx"}) {
     if (find_program(name).empty()) return name;
   }
   return nullptr;
@@ -57,10 +55,10 @@ bool stopped(Failure& failure) { return fail(ExitCode::failed, "stopped before t
 
 bool make_certificates(const Server& server, const Console& console, Failure& failure) {
   if (!server.needs_certificates) return true;
-  const std::wstring openssl = find_program(L"openssl.exe");
+  const fs::path openssl = find_program("openssl");
   for (const std::string& command : certificate_commands()) {
     ChildProgram program;
-    if (!program.start(openssl, to_wide(command), server.folder, join_path(server.folder, L"openssl.log"), failure)) {
+    if (!program.start(openssl, command, server.folder, server.folder / "openssl.log", failure)) {
       return false;
     }
     while (!program.wait(look_interval_ms)) {
@@ -70,28 +68,27 @@ bool make_certificates(const Server& server, const Console& console, Failure& fa
   return finish_certificates(server.folder, failure);
 }
 
-std::string authority_path(const Server& server) {
-  return machine_path(join_path(server.folder, server_authority_name));
-}
+std::string authority_path(const Server& server) { return path_text(server.folder / server_authority_name); }
 
 // Returns when the person has asked to stop, or the server has ended by itself, which is a failure.
 bool run_server(const ServeOptions& options, const Server& server, Console& console, Failure& failure) {
   ChildProgram nginx;
   if (!make_certificates(server, console, failure) ||
-      !nginx.start(find_program(L"nginx.exe"), L"nginx -p . -c nginx.conf -e error.log", server.folder,
-                   join_path(server.folder, L"error.log"), failure)) {
+      !nginx.start(find_program("nginx"), "nginx -p . -c nginx.conf -e error.log", server.folder,
+                   server.folder / "error.log", failure)) {
     return false;
   }
-  console.write_message("serving " + machine_path(server.site) + " at " + local_url(options.port) +
+  console.write_message("serving " + path_text(server.site) + " at " + local_url(options.port) +
                         "; Ctrl+C ends it. Trust its authority for this user, if you have not yet:\n  certutil -user "
                         "-addstore Root \"" +
                         authority_path(server) + "\"\n");
   while (!console.interrupted()) {
     const std::optional<uint32_t> code = nginx.wait(look_interval_ms);
     if (!code) continue;
+    if (console.interrupted()) break;
     return fail(ExitCode::failed,
                 "nginx ended by itself with exit code " + std::to_string(*code) + "; see " +
-                    to_utf8(join_path(server.folder, L"error.log")),
+                    path_text(server.folder / "error.log"),
                 failure);
   }
   return true;
@@ -99,19 +96,19 @@ bool run_server(const ServeOptions& options, const Server& server, Console& cons
 
 void report_server(const ServeOptions& options, const Server& server, bool started, Report& report) {
   report.add("url", local_url(options.port));
-  report.add("folder", to_utf8(server.folder));
-  report.add("configuration", to_utf8(join_path(server.folder, server_configuration_name)));
+  report.add("folder", path_text(server.folder));
+  report.add("configuration", path_text(server.folder / server_configuration_name));
   report.add("authority", authority_path(server));
   report.add("started", started);
 }
 
 bool start_server(const ServeOptions& options, const Server& server, const CommandContext& context, Failure& failure) {
-  const wchar_t* missing = options.no_start ? nullptr : missing_program();
+  const char* missing = options.no_start ? nullptr : missing_program();
   const bool start = !options.no_start && missing == nullptr;
   if (start && !run_server(options, server, context.console, failure)) return false;
   report_server(options, server, start, context.report);
   if (missing != nullptr) {
-    context.report.note(to_utf8(missing) +
+    context.report.note(std::string(missing) +
                         " is not in PATH, and the server was not started; install it, or take the configuration as a "
                         "pattern for another server");
   }

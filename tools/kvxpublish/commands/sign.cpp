@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/signature_file.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/signing.h"
 #include "tools/kvxpublish/site/site_lock.h"
 

@@ -84,7 +84,7 @@ bool run_verify(const VerifyOptions& options, const CommandContext& context, Fai
 
 RunCommand define_verify(CommandOptions command) {
   const auto options = std::make_shared<VerifyOptions>();
-  command.add_path("SITE", options->site, "The site, a folder or a URL").required();
+  command.add_location("SITE", options->site, "The site, a folder or a URL").required();
   add_channel_option(command, options->channel);
   command.add_flag("--full", options->full, "Read all content and check its digests, not only its sizes");
   add_public_keys_option(command, options->public_keys);

@@ -1,4 +1,4 @@
-// Windows' own cryptography for keys on NIST P-256. Any thread.
+// The system's own cryptography for keys on NIST P-256: CNG, elsewhere libcrypto. Any thread.
 #pragma once
 
 #include <array>

@@ -1,15 +1,14 @@
 #include "tools/kvxpublish/keys/pem_key.h"
 
-#include <windows.h>
-#include <wincrypt.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <vector>
 
 #include "manifest/sha256.h"
+#include "tools/kvxpublish/keys/base64.h"
 #include "tools/kvxpublish/keys/der.h"
+#include "tools/kvxpublish/keys/wipe.h"
 
 namespace kvx::publish {
 namespace {
@@ -103,17 +102,7 @@ std::optional<std::vector<uint8_t>> pem_block(std::string_view pem, const std::s
   const size_t last = pem.find(end, start);
   if (last == std::string_view::npos) return std::nullopt;
   const std::string_view text = pem.substr(start, last - start);
-  const auto text_length = static_cast<DWORD>(text.size());
-  DWORD count = 0;
-  if (CryptStringToBinaryA(text.data(), text_length, CRYPT_STRING_BASE64, nullptr, &count, nullptr, nullptr) == 0) {
-    return std::nullopt;
-  }
-  std::vector<uint8_t> bytes(count);
-  if (CryptStringToBinaryA(text.data(), text_length, CRYPT_STRING_BASE64, bytes.data(), &count, nullptr, nullptr) ==
-      0) {
-    return std::nullopt;
-  }
-  return bytes;
+  return from_base64(text);
 }
 
 // SubjectPublicKeyInfo (RFC 5480).
@@ -145,14 +134,7 @@ std::string bit_string_of(const PublicPoint& point) {
 }
 
 std::string pem_text(const std::string& label, const std::string& der) {
-  const auto* bytes = reinterpret_cast<const BYTE*>(der.data());
-  const auto length = static_cast<DWORD>(der.size());
-  constexpr DWORD one_line = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
-  DWORD count = 0;
-  if (CryptBinaryToStringA(bytes, length, one_line, nullptr, &count) == 0) return {};
-  std::string base64(count, '\0');
-  if (CryptBinaryToStringA(bytes, length, one_line, base64.data(), &count) == 0) return {};
-  base64.resize(count);
+  const std::string base64 = to_base64({reinterpret_cast<const uint8_t*>(der.data()), der.size()});
   std::string pem = "-----BEGIN " + label + "-----\n";
   for (size_t at = 0; at < base64.size(); at += pem_line_characters) {
     pem += base64.substr(at, pem_line_characters) + '\n';
@@ -180,7 +162,7 @@ bool read_public_point(std::string_view pem, PublicPoint& point, std::string& er
   PrivateKey key;
   const bool read = read_private_key(pem, key, error);
   point = key.public_point;
-  SecureZeroMemory(key.scalar.data(), key.scalar.size());
+  wipe(key.scalar.data(), key.scalar.size());
   return read;
 }
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "foundations/files.h"
 #include "foundations/text.h"
 #include "manifest/sha256.h"
+#include "tools/kvxpublish/platform/files.h"
 
 namespace kvx::publish {
 namespace {
@@ -53,8 +53,8 @@ std::vector<NamedKey> built_in_named_keys() {
   return keys;
 }
 
-bool load_public_keys(const std::wstring& path, std::vector<NamedKey>& keys, Failure& failure) {
-  const std::string file = to_utf8(path);
+bool load_public_keys(const fs::path& path, std::vector<NamedKey>& keys, Failure& failure) {
+  const std::string file = path_text(path);
   std::string text;
   if (!is_file(path)) return fail(ExitCode::key, file + ": there is no such key file", failure);
   if (!read_file(path, file_limit_bytes, text)) {

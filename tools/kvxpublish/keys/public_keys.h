@@ -9,6 +9,7 @@
 #include "manifest/built_in_keys.h"
 #include "tools/kvxpublish/cli/failure.h"
 #include "tools/kvxpublish/keys/pem_key.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
@@ -31,6 +32,6 @@ struct NamedKey {
 [[nodiscard]] std::vector<NamedKey> built_in_named_keys();
 
 // At least one line, each ended by a line feed or CR LF; the last may do without.
-[[nodiscard]] bool load_public_keys(const std::wstring& path, std::vector<NamedKey>& keys, Failure& failure);
+[[nodiscard]] bool load_public_keys(const fs::path& path, std::vector<NamedKey>& keys, Failure& failure);
 
 }  // namespace kvx::publish

@@ -1,15 +1,13 @@
 #include "tools/kvxpublish/keys/signature_file.h"
 
-#include <windows.h>
-
 #include <span>
 
-#include "foundations/files.h"
-#include "foundations/text.h"
 #include "manifest/sha256.h"
 #include "manifest/signature.h"
 #include "tools/kvxpublish/keys/ecdsa.h"
 #include "tools/kvxpublish/keys/public_keys.h"
+#include "tools/kvxpublish/keys/wipe.h"
+#include "tools/kvxpublish/platform/files.h"
 
 namespace kvx::publish {
 namespace {
@@ -20,20 +18,20 @@ void append(std::span<const uint8_t> bytes, std::string& out) { out.append(bytes
 
 }  // namespace
 
-bool load_key_file(const std::wstring& path, std::string& pem, Failure& failure) {
-  const std::string name = to_utf8(path);
+bool load_key_file(const fs::path& path, std::string& pem, Failure& failure) {
+  const std::string name = path_text(path);
   if (!is_file(path)) return fail(ExitCode::key, name + ": there is no such key file", failure);
   return read_file(path, key_file_limit_bytes, pem) ||
          fail(ExitCode::key, name + ": the key file cannot be read", failure);
 }
 
-bool load_key(const std::wstring& path, PrivateKey& key, Failure& failure) {
+bool load_key(const fs::path& path, PrivateKey& key, Failure& failure) {
   std::string pem;
   if (!load_key_file(path, pem, failure)) return false;
   std::string error;
   const bool read = read_private_key(pem, key, error);
-  SecureZeroMemory(pem.data(), pem.size());
-  return read || fail(ExitCode::key, to_utf8(path) + ": the key " + error, failure);
+  wipe(pem.data(), pem.size());
+  return read || fail(ExitCode::key, path_text(path) + ": the key " + error, failure);
 }
 
 std::string signature_file_of(const PublicKey& key, const std::array<uint8_t, 64>& r_and_s) {

@@ -9,14 +9,15 @@
 
 #include "tools/kvxpublish/cli/failure.h"
 #include "tools/kvxpublish/keys/pem_key.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
 // A private key from a PEM file.
-[[nodiscard]] bool load_key(const std::wstring& path, PrivateKey& key, Failure& failure);
+[[nodiscard]] bool load_key(const fs::path& path, PrivateKey& key, Failure& failure);
 
 // A key file's text, for keys of any kind.
-[[nodiscard]] bool load_key_file(const std::wstring& path, std::string& pem, Failure& failure);
+[[nodiscard]] bool load_key_file(const fs::path& path, std::string& pem, Failure& failure);
 
 // The signature file of these two numbers (r then s, 32 bytes each, big-endian).
 [[nodiscard]] std::string signature_file_of(const PublicKey& key, const std::array<uint8_t, 64>& r_and_s);

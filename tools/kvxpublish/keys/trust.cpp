@@ -3,7 +3,7 @@
 #include <span>
 
 #include "manifest/signature.h"
-#include "tools/kvxpublish/cli/given_path.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 

@@ -2,29 +2,38 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
-#include "foundations/system_handles.h"
 #include "tools/kvxpublish/cli/failure.h"
 
 namespace kvx::publish {
 
-// The full path of a program in PATH, empty when there is none.
-[[nodiscard]] std::wstring find_program(const wchar_t* name);
+namespace fs = std::filesystem;
+
+// The full path of a program in PATH, on Linux also in /usr/sbin; empty when there is none. `name` is without ".exe".
+[[nodiscard]] fs::path find_program(const std::string& name);
 
 class ChildProgram {
  public:
-  // `command_line` begins with the program's own name. What the program writes goes to the file `log`.
-  [[nodiscard]] bool start(const std::wstring& program, const std::wstring& command_line, const std::wstring& folder,
-                           const std::wstring& log, Failure& failure);
+  ChildProgram();
+  ChildProgram(const ChildProgram&) = delete;
+  ChildProgram& operator=(const ChildProgram&) = delete;
+  ~ChildProgram();  // ends the program
+
+  // `command` is the program's own name and its arguments with single blanks between them; none needs quotes. It runs
+  // in `folder`, and what it writes goes to the end of the file `log`.
+  [[nodiscard]] bool start(const fs::path& program, const std::string& command, const fs::path& folder,
+                           const fs::path& log, Failure& failure);
 
   // Its exit code, or nothing while it still runs after `limit_ms`.
   [[nodiscard]] std::optional<uint32_t> wait(uint32_t limit_ms) const;
 
  private:
-  KernelHandle process_;
-  KernelHandle job_;  // ends the program and those it has started, at the latest when this process ends
+  struct Process;
+  std::unique_ptr<Process> process_;
 };
 
 }  // namespace kvx::publish

@@ -1,5 +1,5 @@
-// Files and folders as the commands need them, of any path length and with any name. Nothing throws for a file-system
-// error: an operation returns false, and `reason` is then the system's own words for it.
+// Files and folders as the commands need them, of any path length that the system takes and with any name. Nothing
+// throws for a file-system error: an operation returns false, and `reason` is then the system's own words for it.
 //
 // Any thread may call, but no two may work on the same path at once.
 #pragma once
@@ -20,7 +20,7 @@ enum class FileKind : uint8_t {
   missing,
   file,
   folder,
-  link,   // that nobody follows here: a symbolic link, or a reparse point of Windows
+  link,   // in a listing: a symbolic link, or a reparse point of Windows. All else follows links
   other,  // a device, a pipe
 };
 
@@ -53,14 +53,25 @@ struct FolderEntry {
 // half of its content. On failure the old file is as it was.
 [[nodiscard]] bool write_file_atomic(const fs::path& path, std::string_view bytes, std::string& reason);
 
-// The same for a file that only this user may read, and must not be there yet.
-[[nodiscard]] bool write_secret_file(const fs::path& path, std::string_view bytes, std::string& reason);
+enum class NewFileRights : uint8_t {
+  usual,
+  owner_only,  // for the user who runs this program and for nobody else, whatever the folder grants
+};
+
+// Writes a file that must not be there yet, `exists` otherwise, and puts it on the disk. One that cannot be finished is
+// deleted.
+[[nodiscard]] bool write_new_file(const fs::path& path, std::string_view bytes, NewFileRights rights, bool& exists,
+                                  std::string& reason);
 
 // Takes the place of a file that is there.
 [[nodiscard]] bool move_file(const fs::path& from, const fs::path& to, std::string& reason);
 
 // A file that is already gone counts as deleted.
 [[nodiscard]] bool delete_file(const fs::path& path, std::string& reason);
+
+// Puts all that was written below the folder's file system on the disk, with its names, and tells of what failed there
+// after it was written. On Windows, where only an administrator may do that, nothing happens.
+[[nodiscard]] bool flush_file_system(const fs::path& folder, std::string& reason);
 
 // For what is of no use any more: one try, and nobody needs to know.
 void discard_file(const fs::path& path);

@@ -7,8 +7,8 @@ namespace kvx::publish {
 
 class SystemConsole : public Console {
  public:
-  // Takes over Ctrl+C, which from now on only asks to stop; a second one ends the program as usual. Text is UTF-8 as
-  // long as the object lives.
+  // Takes over Ctrl+C, and on Linux the signals that end a program (SIGINT, SIGTERM, SIGHUP): the first of them only
+  // asks to stop, a second one ends the program as usual. Text is UTF-8 as long as the object lives.
   SystemConsole();
   SystemConsole(const SystemConsole&) = delete;
   SystemConsole& operator=(const SystemConsole&) = delete;
@@ -22,7 +22,6 @@ class SystemConsole : public Console {
   [[nodiscard]] bool interrupted() const override;
 
  private:
-  unsigned former_code_page_ = 0;
   bool is_terminal_ = false;
   bool has_colours_ = false;
 };

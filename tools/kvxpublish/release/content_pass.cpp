@@ -1,7 +1,5 @@
 #include "tools/kvxpublish/release/content_pass.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -10,15 +8,12 @@
 #include <numeric>
 #include <set>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
-#include "foundations/paths.h"
-#include "foundations/system_handles.h"
 #include "foundations/text.h"
-#include "foundations/write_all.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/cli/progress.h"
+#include "tools/kvxpublish/platform/files.h"
 #include "tools/kvxpublish/platform/parallel.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/private_key_check.h"
 
 namespace kvx::publish {
@@ -59,48 +54,43 @@ class PassState {
   Failure failure_;
 };
 
-bool cannot_read(const GameFile& file, uint32_t error, Failure& failure) {
-  return fail(ExitCode::failed, to_utf8(file.source) + ": cannot be read: " + error_text(error), failure);
+bool cannot_read(const GameFile& file, const std::string& reason, Failure& failure) {
+  return fail(ExitCode::failed, path_text(file.source) + ": cannot be read: " + reason, failure);
 }
 
 bool has_changed(const GameFile& file, Failure& failure) {
-  return fail(ExitCode::failed, to_utf8(file.source) + ": changed while it was packed; pack again", failure);
+  return fail(ExitCode::failed, path_text(file.source) + ": changed while it was packed; pack again", failure);
 }
 
 // Content on its way into a site: a file beside the others that are on their way, deleted unless it is kept.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(std::wstring path)
-      : path_(std::move(path)),
-        file_(CreateFileW(long_path(path_).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                          nullptr)),
-        error_(file_ ? 0 : GetLastError()) {}
+  explicit TemporaryFile(fs::path path) : path_(std::move(path)), created_(file_.create(path_, reason_)) {}
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
-    if (error_ == 0 && !kept_) {
-      file_.reset();
-      DeleteFileW(long_path(path_).c_str());
-    }
+    if (!created_ || kept_) return;
+    file_.close();
+    discard_file(path_);
   }
 
   [[nodiscard]] bool write(const uint8_t* bytes, size_t count, Failure& failure) {
-    uint32_t error = error_;
-    if (file_ && write_all(file_.get(), bytes, count, error)) return true;
-    return fail(ExitCode::failed, to_utf8(path_) + ": cannot be written: " + error_text(error), failure);
+    if (created_ && file_.write(bytes, count, reason_)) return true;
+    return fail(ExitCode::failed, path_text(path_) + ": cannot be written: " + reason_, failure);
   }
 
   // The finished file. From now on the site's writer moves or deletes it.
-  const std::wstring& keep() {
-    file_.reset();
+  const fs::path& keep() {
+    file_.close();
     kept_ = true;
     return path_;
   }
 
  private:
-  const std::wstring path_;
-  FileHandle file_;
-  const uint32_t error_;
+  const fs::path path_;
+  OutputFile file_;
+  std::string reason_;
+  const bool created_;
   bool kept_ = false;
 };
 
@@ -124,19 +114,19 @@ class Worker {
   using PieceSink = std::function<bool(const uint8_t* bytes, size_t count)>;
 
   bool open(const GameFile& file, Failure& failure) {
-    source_.reset(CreateFileW(long_path(file.source).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                              nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    return source_ || cannot_read(file, GetLastError(), failure);
+    FileKind kind{};
+    std::string reason;
+    return source_.open(file.source, kind, reason) || cannot_read(file, reason, failure);
   }
 
   // Fills the buffer as far as the file goes on.
   bool fill_buffer(const GameFile& file, size_t& filled, Failure& failure) {
     filled = 0;
     while (filled < buffer_.size()) {
-      DWORD got = 0;
-      const auto room = static_cast<DWORD>(buffer_.size() - filled);
-      if (ReadFile(source_.get(), buffer_.data() + filled, room, &got, nullptr) == 0) {
-        return cannot_read(file, GetLastError(), failure);
+      size_t got = 0;
+      std::string reason;
+      if (!source_.read(buffer_.data() + filled, buffer_.size() - filled, got, reason)) {
+        return cannot_read(file, reason, failure);
       }
       if (got == 0) break;
       filled += got;
@@ -199,9 +189,8 @@ class Worker {
     bool present = false;
     if (!writer_->has_content(file.sha256, file.size, present, failure)) return false;
     if (present) return true;
-    if (SetFilePointerEx(source_.get(), {}, nullptr, FILE_BEGIN) == 0) {
-      return cannot_read(file, GetLastError(), failure);
-    }
+    std::string reason;
+    if (!source_.rewind(reason)) return cannot_read(file, reason, failure);
     return copy(file, false, failure);
   }
 
@@ -210,7 +199,7 @@ class Worker {
     bool present = false;
     if (!measure(file, failure) || !writer_->has_content(file.sha256, file.size, present, failure)) return false;
     if (present) return true;
-    std::wstring place;
+    fs::path place;
     if (!writer_->claim(file.sha256, file.size, place)) return true;
     TemporaryFile copy(place);
     if (!copy.write(buffer_.data(), file.size, failure)) return false;
@@ -234,7 +223,7 @@ class Worker {
   SiteWriter* const writer_;
   const std::set<uint64_t>& site_sizes_;
   std::vector<uint8_t> buffer_;
-  FileHandle source_;
+  InputFile source_;
 };
 
 // The largest first, so that no thread is left with one of them at the end.

@@ -4,8 +4,8 @@
 #include <limits>
 #include <memory>
 
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/remote/site_opener.h"
 #include "tools/kvxpublish/site/folder_site.h"
 #include "tools/kvxpublish/site/release_history.h"

@@ -1,15 +1,10 @@
 #include "tools/kvxpublish/release/game_folder.h"
 
-#include <windows.h>
-
 #include <algorithm>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
-#include "foundations/paths.h"
-#include "foundations/system_handles.h"
 #include "foundations/text.h"
-#include "manifest/file_digest.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/path_pattern.h"
 
 namespace kvx::publish {
@@ -27,36 +22,36 @@ class FolderWalk {
   FolderWalk(std::vector<Exclusion>& exclusions, std::vector<GameFile>& files, Failure& failure)
       : exclusions_(exclusions), files_(files), failure_(failure) {}
 
-  bool walk(const std::wstring& folder, const std::string& prefix) {
-    WIN32_FIND_DATAW entry;
-    const FindHandle search(FindFirstFileExW(long_path(join_path(folder, L"*")).c_str(), FindExInfoBasic, &entry,
-                                             FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
-    if (!search) return cannot_read(folder, GetLastError());
-    bool is_empty = true;
-    do {
-      const std::wstring name = entry.cFileName;
-      if (name == L"." || name == L"..") continue;
-      is_empty = false;
-      if (!visit(folder, name, entry.dwFileAttributes, prefix)) return false;
-    } while (FindNextFileW(search.get(), &entry) != 0);
-    const uint32_t error = GetLastError();
-    if (error != ERROR_NO_MORE_FILES) return cannot_read(folder, error);
-    return !is_empty || prefix.empty() || refuse_empty(folder);
+  bool walk(const fs::path& folder, const std::string& prefix) {
+    std::vector<FolderEntry> entries;
+    std::string reason;
+    if (!list_folder(folder, entries, reason)) {
+      return fail(ExitCode::failed, path_text(folder) + ": the folder cannot be read: " + reason, failure_);
+    }
+    for (const FolderEntry& entry : entries) {
+      if (!visit(folder, entry, prefix)) return false;
+    }
+    return !entries.empty() || prefix.empty() || refuse_empty(folder);
   }
 
  private:
-  bool visit(const std::wstring& folder, const std::wstring& name, DWORD attributes, const std::string& prefix) {
-    const std::wstring path = join_path(folder, name);
-    const std::string relative = prefix + to_utf8(name);
+  bool visit(const fs::path& folder, const FolderEntry& entry, const std::string& prefix) {
+    const fs::path path = folder / entry.name;
+    const std::string name = path_text(entry.name);
+    const std::string relative = prefix + name;
     if (is_excluded(relative)) return true;
-    if (to_wide(to_utf8(name)) != name) {
-      return fail(ExitCode::refused, to_utf8(path) + ": the name is not valid Unicode; rename the file", failure_);
+    if (path_of(name) != entry.name || to_utf8(to_wide(name)) != name) {
+      return fail(ExitCode::refused, path_text(path) + ": the name is not valid Unicode; rename the file", failure_);
     }
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      return fail(ExitCode::refused, to_utf8(path) + ": is a link; put the file itself in its place", failure_);
+    switch (entry.kind) {
+      case FileKind::folder: return walk(path, relative + '/');
+      case FileKind::link:
+        return fail(ExitCode::refused, path_text(path) + ": is a link; put the file itself in its place", failure_);
+      case FileKind::other:
+        return fail(ExitCode::refused,
+                    path_text(path) + ": is neither a file nor a folder; leave it out with --exclude", failure_);
+      default: return add_file(path, relative);
     }
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return walk(path, relative + '/');
-    return add_file(path, relative);
   }
 
   // Every pattern is tried, so that each one's use is known.
@@ -71,25 +66,23 @@ class FolderWalk {
   }
 
   // The listing itself may lag behind what was written to a file, so each one is asked.
-  bool add_file(const std::wstring& path, const std::string& relative) {
+  bool add_file(const fs::path& path, const std::string& relative) {
     FileStamp stamp;
-    if (!file_stamp(path, stamp)) {
-      return fail(ExitCode::failed, to_utf8(path) + ": cannot be read: " + error_text(GetLastError()), failure_);
+    FileKind kind{};
+    std::string reason;
+    if (!file_stamp(path, stamp, kind, reason)) {
+      return fail(ExitCode::failed, path_text(path) + ": cannot be read: " + reason, failure_);
     }
     files_.push_back({relative, path, stamp.size, stamp.last_write_time, {}});
     return true;
   }
 
-  bool refuse_empty(const std::wstring& folder) {
+  bool refuse_empty(const fs::path& folder) {
     return fail(ExitCode::refused,
-                to_utf8(folder) +
+                path_text(folder) +
                     ": is an empty folder, and a release has only files; put a file into it, or leave it "
                     "out with --exclude",
                 failure_);
-  }
-
-  bool cannot_read(const std::wstring& folder, uint32_t error) {
-    return fail(ExitCode::failed, to_utf8(folder) + ": the folder cannot be read: " + error_text(error), failure_);
   }
 
   std::vector<Exclusion>& exclusions_;
@@ -99,23 +92,7 @@ class FolderWalk {
 
 }  // namespace
 
-bool measure_file(const std::wstring& path, uint64_t& size, std::string& sha256, Failure& failure) {
-  // Counted while hashing, so that size and digest are of the same bytes.
-  size = 0;
-  std::string error;
-  sha256 = hash_file(
-      path,
-      [&size](uint64_t bytes) {
-        size += bytes;
-        return true;
-      },
-      error);
-  if (!sha256.empty()) return true;
-  if (error.empty()) error = "SHA-256 is not available on this system";
-  return fail(ExitCode::failed, to_utf8(path) + ": cannot be read: " + error, failure);
-}
-
-bool list_game_folder(const std::wstring& folder, const std::vector<std::string>& exclude, std::vector<GameFile>& files,
+bool list_game_folder(const fs::path& folder, const std::vector<std::string>& exclude, std::vector<GameFile>& files,
                       std::vector<std::string>& unused, Failure& failure) {
   files.clear();
   unused.clear();
@@ -128,7 +105,7 @@ bool list_game_folder(const std::wstring& folder, const std::vector<std::string>
   }
   std::ranges::sort(files, {}, &GameFile::path);
   return !files.empty() ||
-         fail(ExitCode::refused, to_utf8(folder) + ": there are no files to pack; a release needs at least one",
+         fail(ExitCode::refused, path_text(folder) + ": there are no files to pack; a release needs at least one",
               failure);
 }
 

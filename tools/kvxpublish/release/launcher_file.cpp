@@ -1,16 +1,14 @@
 #include "tools/kvxpublish/release/launcher_file.h"
 
-#include <windows.h>
-
 #include <set>
 #include <string_view>
 #include <vector>
 
-#include "foundations/files.h"
-#include "foundations/text.h"
 #include "foundations/version_number.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/keys/public_keys.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 namespace {
@@ -20,8 +18,8 @@ constexpr uint64_t launcher_limit_bytes = 268435456;
 constexpr std::string_view marker = "KVXLAUNCHER-VERSION:";
 constexpr size_t longest_version = 32;
 
-bool refuse(const std::wstring& path, const std::string& reason, Failure& failure) {
-  return fail(ExitCode::refused, to_utf8(path) + ": " + reason, failure);
+bool refuse(const fs::path& path, const std::string& reason, Failure& failure) {
+  return fail(ExitCode::refused, path_text(path) + ": " + reason, failure);
 }
 
 // The versions after the marker; a place that only looks like it does not count.
@@ -35,21 +33,38 @@ std::set<std::string> marked_versions(std::string_view program) {
   return versions;
 }
 
-// The numbers of the program's version record; empty when it has none.
-std::string recorded_version(const std::wstring& path) {
-  DWORD ignored = 0;
-  const DWORD size = GetFileVersionInfoSizeW(path.c_str(), &ignored);
-  std::vector<uint8_t> block(size);
-  if (size == 0 || GetFileVersionInfoW(path.c_str(), 0, size, block.data()) == 0) return {};
-  void* found = nullptr;
-  UINT length = 0;
-  if (VerQueryValueW(block.data(), L"\\", &found, &length) == 0 || length < sizeof(VS_FIXEDFILEINFO)) return {};
-  const auto* record = static_cast<const VS_FIXEDFILEINFO*>(found);
-  return std::to_string(HIWORD(record->dwFileVersionMS)) + '.' + std::to_string(LOWORD(record->dwFileVersionMS)) + '.' +
-         std::to_string(HIWORD(record->dwFileVersionLS)) + '.' + std::to_string(LOWORD(record->dwFileVersionLS));
+uint32_t little_endian(std::string_view bytes) {
+  uint32_t value = 0;
+  for (size_t i = 0; i < sizeof(value); ++i) value |= uint32_t{static_cast<uint8_t>(bytes[i])} << (8 * i);
+  return value;
 }
 
-bool find_version(const std::wstring& path, std::string_view program, std::string& version, Failure& failure) {
+std::string utf16(std::string_view ascii) {
+  std::string bytes;
+  for (const char character : ascii) bytes.append({character, '\0'});
+  return bytes;
+}
+
+// The numbers of the program's version record (VS_VERSION_INFO, whose fixed part VS_FIXEDFILEINFO begins with a
+// signature); empty when it has none.
+std::string recorded_version(std::string_view program) {
+  constexpr uint32_t signature = 0xFEEF04BD;
+  constexpr size_t alignment = 4;
+  constexpr size_t version_at = 8;  // after the signature and the record's own version
+  static const std::string name = utf16("VS_VERSION_INFO") + std::string(2, '\0');
+  for (size_t at = program.find(name); at != std::string_view::npos; at = program.find(name, at + 1)) {
+    for (size_t start = at + name.size(); start < at + name.size() + alignment; ++start) {
+      if (start + version_at + 8 > program.size() || little_endian(program.substr(start)) != signature) continue;
+      const uint32_t high = little_endian(program.substr(start + version_at));
+      const uint32_t low = little_endian(program.substr(start + version_at + 4));
+      return std::to_string(high >> 16) + '.' + std::to_string(high & 0xFFFF) + '.' + std::to_string(low >> 16) + '.' +
+             std::to_string(low & 0xFFFF);
+    }
+  }
+  return {};
+}
+
+bool find_version(const fs::path& path, std::string_view program, std::string& version, Failure& failure) {
   const std::set<std::string> marked = marked_versions(program);
   if (marked.size() != 1) {
     return refuse(path,
@@ -59,7 +74,7 @@ bool find_version(const std::wstring& path, std::string_view program, std::strin
                   failure);
   }
   version = *marked.begin();
-  const std::string recorded = recorded_version(path);
+  const std::string recorded = recorded_version(program);
   if (recorded.empty()) return refuse(path, "has no version record; build the launcher again", failure);
   return compare_versions(version, recorded) == 0 ||
          refuse(path,
@@ -69,24 +84,24 @@ bool find_version(const std::wstring& path, std::string_view program, std::strin
 }
 
 // A launcher has the points of its keys as plain bytes.
-bool check_knows(const std::wstring& path, std::string_view program, const PublicPoint& signer, Failure& failure) {
+bool check_knows(const fs::path& path, std::string_view program, const PublicPoint& signer, Failure& failure) {
   if (program.find(std::string(signer.begin(), signer.end())) != std::string_view::npos) return true;
   PublicKey half{};
   if (!public_half(signer, half)) return fail(ExitCode::failed, "SHA-256 is not available on this system", failure);
   return fail(ExitCode::key,
-              to_utf8(path) + ": does not know the signing key " + identifier_text(half) +
+              path_text(path) + ": does not know the signing key " + identifier_text(half) +
                   " and would refuse this release; build it with that key",
               failure);
 }
 
 }  // namespace
 
-bool describe_launcher_file(const std::wstring& path, const PublicPoint* signer, LauncherEntry& entry,
-                            Failure& failure) {
+bool describe_launcher_file(const fs::path& path, const PublicPoint* signer, LauncherEntry& entry, Failure& failure) {
   std::string program;
-  if (!is_file(path)) return fail(ExitCode::failed, to_utf8(path) + ": there is no such launcher", failure);
+  if (!is_file(path)) return fail(ExitCode::failed, path_text(path) + ": there is no such launcher", failure);
   if (!read_file(path, launcher_limit_bytes, program)) {
-    return fail(ExitCode::failed, to_utf8(path) + ": the launcher cannot be read, or is larger than 256 MiB", failure);
+    return fail(ExitCode::failed, path_text(path) + ": the launcher cannot be read, or is larger than 256 MiB",
+                failure);
   }
   entry.present = true;
   entry.size = program.size();

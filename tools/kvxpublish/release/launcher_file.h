@@ -6,6 +6,7 @@
 #include "manifest/manifest.h"
 #include "tools/kvxpublish/cli/failure.h"
 #include "tools/kvxpublish/keys/pem_key.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
@@ -13,7 +14,7 @@ namespace kvx::publish {
 // "KVXLAUNCHER-VERSION:"), and its version record must agree: launchers would otherwise update themselves to it again
 // and again, or never. It must know `signer`, the key of the release, which may be null when that is not known yet:
 // otherwise players would get a launcher that refuses what follows.
-[[nodiscard]] bool describe_launcher_file(const std::wstring& path, const PublicPoint* signer, LauncherEntry& entry,
+[[nodiscard]] bool describe_launcher_file(const fs::path& path, const PublicPoint* signer, LauncherEntry& entry,
                                           Failure& failure);
 
 }  // namespace kvx::publish

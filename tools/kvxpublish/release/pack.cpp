@@ -4,12 +4,12 @@
 #include <set>
 #include <string_view>
 
-#include "foundations/files.h"
 #include "foundations/text.h"
 #include "foundations/version_number.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/signature_file.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/content_pass.h"
 #include "tools/kvxpublish/release/earlier_releases.h"
 #include "tools/kvxpublish/release/game_folder.h"
@@ -38,9 +38,9 @@ std::string with_slashes(std::string path) {
   return path;
 }
 
-bool read_notes(const std::wstring& path, std::string& notes, Failure& failure) {
+bool read_notes(const fs::path& path, std::string& notes, Failure& failure) {
   if (path.empty()) return true;
-  const std::string name = to_utf8(path);
+  const std::string name = path_text(path);
   if (!is_file(path)) return fail(ExitCode::failed, name + ": there is no such file with notes", failure);
   if (!read_file(path, notes_limit_bytes, notes)) {
     return fail(ExitCode::failed, name + ": the notes cannot be read, or are larger than 1 MiB", failure);
@@ -93,10 +93,10 @@ class Packing {
 
   bool check_request() {
     if (!is_folder(request_.game_folder)) {
-      return fail_with(ExitCode::failed, to_utf8(request_.game_folder) + ": there is no such folder");
+      return fail_with(ExitCode::failed, path_text(request_.game_folder) + ": there is no such folder");
     }
     if (lies_in(request_.site, request_.game_folder)) {
-      return fail_with(ExitCode::usage, to_utf8(request_.site) +
+      return fail_with(ExitCode::usage, path_text(request_.site) +
                                             ": the site lies in the game's folder and would be packed itself; name "
                                             "another with --out");
     }
@@ -118,7 +118,8 @@ class Packing {
 
   bool load_earlier_releases() {
     return load_previous(request_.previous, request_.channel, trusted_keys_, earlier_, failure_) &&
-           load_published(to_utf8(request_.site), request_.channel, request_.serial.has_value(), earlier_, failure_) &&
+           load_published(path_text(request_.site), request_.channel, request_.serial.has_value(), earlier_,
+                          failure_) &&
            settle_serial(earlier_, request_.serial, release_.serial, failure_);
   }
 

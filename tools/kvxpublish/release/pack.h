@@ -8,14 +8,15 @@
 
 #include "tools/kvxpublish/cli/console.h"
 #include "tools/kvxpublish/cli/failure.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/earlier_releases.h"
 
 namespace kvx::publish {
 
 // Paths are full.
 struct PackRequest {
-  std::wstring game_folder;
-  std::wstring site;
+  fs::path game_folder;
+  fs::path site;
   PreviousSource previous;
   std::string public_keys;  // whose signature the release before may bear, as load_trusted_keys takes it
   std::string channel;
@@ -26,9 +27,9 @@ struct PackRequest {
   std::vector<std::string> args;
   std::vector<std::string> exclude;  // patterns
   std::vector<std::string> remove;   // beside what the release before calls for
-  std::wstring notes;                // a file with the notes, empty for none
-  std::wstring launcher;             // a launcher to hand out with the release, empty for none
-  std::wstring key;                  // a PEM file, empty to leave the release unsigned
+  fs::path notes;                    // a file with the notes, empty for none
+  fs::path launcher;                 // a launcher to hand out with the release, empty for none
+  fs::path key;                      // a PEM file, empty to leave the release unsigned
 };
 
 struct PackSummary {

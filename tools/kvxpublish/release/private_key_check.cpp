@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "foundations/text.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 namespace {
@@ -11,16 +11,16 @@ namespace {
 constexpr size_t head_bytes = 4096;
 
 bool refuse(const GameFile& file, Failure& failure) {
-  return fail(
-      ExitCode::refused,
-      to_utf8(file.source) + ": holds a private key; take it out of the game's folder, or leave it out with --exclude",
-      failure);
+  return fail(ExitCode::refused,
+              path_text(file.source) +
+                  ": holds a private key; take it out of the game's folder, or leave it out with --exclude",
+              failure);
 }
 
 }  // namespace
 
-bool check_key_is_elsewhere(const std::vector<GameFile>& files, const std::wstring& key, Failure& failure) {
-  const auto is_key = [&](const GameFile& file) { return equals_ignore_case(file.source, key); };
+bool check_key_is_elsewhere(const std::vector<GameFile>& files, const fs::path& key, Failure& failure) {
+  const auto is_key = [&](const GameFile& file) { return is_same_path(file.source, key); };
   const auto found = key.empty() ? files.end() : std::ranges::find_if(files, is_key);
   return found == files.end() || refuse(*found, failure);
 }

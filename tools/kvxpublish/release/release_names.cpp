@@ -1,13 +1,12 @@
 #include "tools/kvxpublish/release/release_names.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <array>
 #include <map>
 #include <string_view>
 
 #include "foundations/text.h"
+#include "tools/kvxpublish/platform/composed.h"
 
 namespace kvx::publish {
 namespace {
@@ -22,19 +21,7 @@ bool refuse(std::string text, Failure& failure) { return fail(ExitCode::refused,
 
 std::string quoted(const std::string& path) { return '"' + path + '"'; }
 
-// One form for all ways in which Unicode can write the same characters. A text that has none stays as it is.
-std::wstring composed(const std::wstring& text) {
-  const int length = static_cast<int>(text.size());
-  const int room = NormalizeString(NormalizationC, text.c_str(), length, nullptr, 0);
-  if (room <= 0) return text;
-  std::wstring normal(static_cast<size_t>(room), L'\0');
-  const int written = NormalizeString(NormalizationC, text.c_str(), length, normal.data(), room);
-  if (written <= 0) return text;
-  normal.resize(static_cast<size_t>(written));
-  return normal;
-}
-
-std::wstring name_key(const std::string& path) { return to_upper(composed(to_wide(path))); }
+std::wstring name_key(const std::string& path) { return to_upper(to_wide(composed(path))); }
 
 // Every folder that the paths need, each under the first path that needs it.
 Names folders_of(const std::vector<std::string>& paths) {
@@ -58,8 +45,19 @@ bool is_device(const std::string& name) {
   return is_port && stem.size() == 4 && port_digits.find(stem[3]) != std::wstring_view::npos;
 }
 
+// As Windows counts a name's characters.
+size_t utf16_units(const std::string& name) {
+  size_t units = 0;
+  for (const char character : name) {
+    const auto byte = static_cast<uint8_t>(character);
+    if ((byte & 0xC0) != 0x80) ++units;  // the first byte of a character
+    if ((byte & 0xF8) == 0xF0) ++units;  // of one that UTF-16 has as two
+  }
+  return units;
+}
+
 bool check_name(const std::string& path, const std::string& name, Failure& failure) {
-  if (to_wide(name).size() > longest_name) {
+  if (utf16_units(name) > longest_name) {
     return refuse(quoted(path) + ": a name in this path has more than " + std::to_string(longest_name) +
                       " characters; shorten it",
                   failure);

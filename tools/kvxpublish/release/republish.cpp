@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <limits>
 
-#include "foundations/files.h"
 #include "foundations/text.h"
 #include "foundations/version_number.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/signature_file.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/release/manifest_edit.h"
 #include "tools/kvxpublish/release/release_names.h"
 #include "tools/kvxpublish/release/removals.h"
@@ -148,7 +148,7 @@ bool Republishing::check_content_of(const Manifest& base, Failure& failure) cons
 bool Republishing::check_signature_stays(Failure& failure) const {
   if (!options_.is_unsigned || !live_is_signed_ || options_.takes_signature_away) return true;
   return fail(ExitCode::key,
-              to_utf8(site_paths(given_path(site_), channel_).signature) +
+              path_text(site_paths(given_path(site_), channel_).signature) +
                   ": players could take no release until the new one is signed; sign it now with --key, or work on a "
                   "copy of the site and publish that; --yes takes the signature away all the same",
               failure);
@@ -166,7 +166,8 @@ bool Republishing::publish(const PublishedRelease& base, Failure& failure) {
   const std::string manifest = with_identity(base.manifest_bytes, identity);
   if (offers_already(manifest)) {
     return fail(ExitCode::nothing_to_do,
-                to_utf8(site_paths(given_path(site_), channel_).manifest) + ": has the same content already", failure);
+                path_text(site_paths(given_path(site_), channel_).manifest) + ": has the same content already",
+                failure);
   }
   Manifest read;
   return check_signature_stays(failure) && check_as_launcher(manifest, channel_, read, failure) &&

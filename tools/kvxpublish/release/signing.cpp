@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "tools/kvxpublish/cli/command.h"
-#include "tools/kvxpublish/cli/given_path.h"
 #include "tools/kvxpublish/keys/trust.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/site/folder_site.h"
 #include "tools/kvxpublish/site/site.h"
 

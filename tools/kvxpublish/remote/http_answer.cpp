@@ -1,14 +1,17 @@
 #include "tools/kvxpublish/remote/http_answer.h"
 
-#include "net/content_range.h"
+#include <charconv>
 
 namespace kvx::publish {
 
-bool read_total(std::wstring_view content_range, uint64_t& total) {
-  const size_t slash = content_range.find(L'/');
-  if (slash == std::wstring_view::npos) return false;
-  content_range.remove_prefix(slash + 1);
-  return take_number(content_range, total) && content_range.empty();
+bool read_total(std::string_view content_range, uint64_t& total) {
+  const size_t slash = content_range.find('/');
+  return slash != std::string_view::npos && read_number(content_range.substr(slash + 1), total);
+}
+
+bool read_number(std::string_view header, uint64_t& number) {
+  const auto [end, error] = std::from_chars(header.data(), header.data() + header.size(), number);
+  return error == std::errc() && end == header.data() + header.size() && !header.empty();
 }
 
 }  // namespace kvx::publish

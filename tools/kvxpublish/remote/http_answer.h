@@ -14,6 +14,9 @@ constexpr uint32_t status_gone = 410;
 constexpr uint32_t status_range_not_satisfiable = 416;
 
 // The number after the slash of a Content-Range, "bytes 5-9/10" or "bytes */10"; false when there is none.
-[[nodiscard]] bool read_total(std::wstring_view content_range, uint64_t& total);
+[[nodiscard]] bool read_total(std::string_view content_range, uint64_t& total);
+
+// A header that is a number and nothing else.
+[[nodiscard]] bool read_number(std::string_view header, uint64_t& number);
 
 }  // namespace kvx::publish

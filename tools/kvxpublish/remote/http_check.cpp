@@ -1,71 +1,58 @@
 #include "tools/kvxpublish/remote/http_check.h"
 
-#include <windows.h>
-#include <winhttp.h>
-
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "foundations/text.h"
 #include "net/content_range.h"
-#include "net/http_request.h"
-#include "net/url.h"
 #include "tools/kvxpublish/remote/http_answer.h"
 #include "tools/kvxpublish/site/content_problems.h"
 
 namespace kvx::publish {
 namespace {
 
-constexpr size_t buffer_bytes = 1048576;
-
-std::string quoted(const std::wstring& header) { return '"' + to_utf8(header) + '"'; }
+std::string quoted(const std::string& header) { return '"' + header + '"'; }
 
 // A Cache-Control with which caches need not ask the server every time.
-bool lets_caches_keep(const std::wstring& cache_control) {
-  const std::string text = to_lower_ascii(to_utf8(cache_control));
+bool lets_caches_keep(const std::string& cache_control) {
+  const std::string text = to_lower_ascii(cache_control);
   const auto has = [&text](std::string_view word) { return text.find(word) != std::string::npos; };
   return has("immutable") || (has("max-age=") && !has("max-age=0") && !has("no-cache") && !has("no-store"));
 }
 
 }  // namespace
 
-struct HttpCheck::Answer {
-  std::string url;
-  HttpRequest request;
-  uint32_t status = 0;
-
-  // Empty when the header is absent.
-  [[nodiscard]] std::wstring header(uint32_t number) const {
-    std::wstring text;
-    return query_header_text(request.request, number, text) ? text : std::wstring();
-  }
-};
-
 bool HttpCheck::open(Failure& failure) {
-  std::string error;
-  return session_.open(L"kvxpublish", error) ||
-         fail(ExitCode::failed, "the network could not be initialised: " + error, failure);
+  std::string reason;
+  return client_.open(reason) || fail(ExitCode::failed, "the network could not be initialised: " + reason, failure);
 }
 
 void HttpCheck::check_document(const std::string& url, std::vector<std::string>& notes) {
-  Answer answer;
-  if (!send(url, L"Cache-Control: no-cache\r\nPragma: no-cache\r\n", answer) || answer.status != status_ok) return;
-  const std::wstring caching = answer.header(WINHTTP_QUERY_CACHE_CONTROL);
+  Answer answer{url, {}};
+  const auto headers_alone = [](const uint8_t*, size_t) { return false; };
+  if (!get(answer, {"Cache-Control: no-cache", "Pragma: no-cache"}, headers_alone) || answer.http.status != status_ok) {
+    return;
+  }
+  const std::string caching = answer.http.header("cache-control");
   if (lets_caches_keep(caching)) {
     notes.push_back(url + ": is sent with the Cache-Control " + quoted(caching) +
                     ", so that players can get old releases from caches; let the server send \"no-cache\"");
   }
   if (!check_coding(answer)) return;
-  if (!answer.header(WINHTTP_QUERY_CONTENT_LENGTH).empty()) return;
+  if (!answer.http.header("content-length").empty()) return;
   static_cast<void>(wrong(answer, "is sent without a Content-Length; let the server send it as a plain file"));
 }
 
 bool HttpCheck::check_resuming(const std::string& url, uint64_t size) {
   if (size == 0) return check_whole(url, size, {});
   const uint64_t offset = size - 1;
-  Answer answer;
-  if (!send(url, L"Range: bytes=" + std::to_wstring(offset) + L"-\r\n", answer)) return false;
-  switch (answer.status) {
+  Answer answer{url, {}};
+  const auto one_byte = [&answer](const uint8_t*, size_t count) {
+    return answer.http.status == status_partial_content && count == 1;
+  };
+  if (!get(answer, {"Range: bytes=" + std::to_string(offset) + "-"}, one_byte)) return false;
+  switch (answer.http.status) {
     case status_partial_content: return check_range(answer, offset, size);
     case status_ok:
       return check_coding(answer) &&
@@ -74,7 +61,7 @@ bool HttpCheck::check_resuming(const std::string& url, uint64_t size) {
                    "them on for plain files");
     case status_range_not_satisfiable: {
       uint64_t actual = 0;
-      if (read_total(answer.header(WINHTTP_QUERY_CONTENT_RANGE), actual)) return wrong_size(answer, actual, size);
+      if (read_total(answer.http.header("content-range"), actual)) return wrong_size(answer, actual, size);
       return wrong(answer, "the server rejects a range within the file (HTTP 416); let it send plain files itself");
     }
     default: return wrong_status(answer);
@@ -82,34 +69,55 @@ bool HttpCheck::check_resuming(const std::string& url, uint64_t size) {
 }
 
 bool HttpCheck::check_whole(const std::string& url, uint64_t size, const ContentSink& sink) {
-  Answer answer;
-  if (!send(url, L"", answer)) return false;
-  if (answer.status != status_ok) return wrong_status(answer);
-  return check_coding(answer) && check_length(answer, size) && (!sink || read(answer, size, sink));
+  Answer answer{url, {}};
+  std::optional<bool> is_sound;  // known with the first piece, or at the end of an empty body
+  const auto judge = [&] {
+    if (!is_sound) is_sound = check_head(answer, size);
+    return *is_sound;
+  };
+  uint64_t position = 0;
+  bool stopped = false;
+  const auto take = [&](const uint8_t* bytes, size_t count) {
+    if (!judge() || !sink) return false;
+    position += count;
+    stopped = !sink(bytes, count);
+    return !stopped;
+  };
+  std::string reason;
+  const HttpResult result = client_.get(url, {}, answer.http, take, reason);
+  if (result == HttpResult::failed && position == 0) return wrong(answer, reason, ExitCode::failed);
+  if (!judge() || stopped) return false;
+  if (!sink || (result == HttpResult::done && position == size)) return true;
+  if (result == HttpResult::failed) reason = " (" + reason + ')';
+  return wrong(
+      answer,
+      "the connection closed after " + std::to_string(position) + " of " + std::to_string(size) + " bytes" + reason,
+      ExitCode::failed);
 }
 
-bool HttpCheck::send(const std::string& url, const std::wstring& headers, Answer& answer) {
-  answer.url = url;
-  std::string error;
-  UrlParts parts;
-  return (parse_url(to_wide(url), parts, error) &&
-          send_request(session_, parts, headers, answer.request, answer.status, error)) ||
-         wrong(answer, error, ExitCode::failed);
+bool HttpCheck::get(Answer& answer, const std::vector<std::string>& headers, const HttpSink& sink) {
+  std::string reason;
+  return client_.get(answer.url, headers, answer.http, sink, reason) != HttpResult::failed ||
+         wrong(answer, reason, ExitCode::failed);
+}
+
+bool HttpCheck::check_head(const Answer& answer, uint64_t size) {
+  if (answer.http.status != status_ok) return wrong_status(answer);
+  return check_coding(answer) && check_length(answer, size);
 }
 
 bool HttpCheck::check_coding(const Answer& answer) {
-  const std::wstring coding = answer.header(WINHTTP_QUERY_CONTENT_ENCODING);
-  return coding.empty() || equals_ignore_case(coding, L"identity") ||
+  const std::string coding = answer.http.header("content-encoding");
+  return coding.empty() || to_lower_ascii(coding) == "identity" ||
          wrong(answer, "is sent with the content coding " + quoted(coding) +
                            ", which launchers do not undo; switch compression off for the site");
 }
 
 bool HttpCheck::check_length(const Answer& answer, uint64_t length) {
-  const std::wstring header = answer.header(WINHTTP_QUERY_CONTENT_LENGTH);
+  const std::string header = answer.http.header("content-length");
   if (header.empty()) return wrong(answer, "is sent without a Content-Length; let the server send it as a plain file");
-  std::wstring_view text = header;
   uint64_t actual = 0;
-  if (!take_number(text, actual) || !text.empty()) {
+  if (!read_number(header, actual)) {
     return wrong(answer, "is sent with the Content-Length " + quoted(header) +
                              ", which is no number; let the server send it as a plain file");
   }
@@ -118,39 +126,21 @@ bool HttpCheck::check_length(const Answer& answer, uint64_t length) {
 
 bool HttpCheck::check_range(const Answer& answer, uint64_t offset, uint64_t size) {
   if (!check_coding(answer)) return false;
-  const std::wstring range = answer.header(WINHTTP_QUERY_CONTENT_RANGE);
+  const std::string range = answer.http.header("content-range");
   if (range.empty()) {
     return wrong(answer, "a part is sent without a Content-Range; let the server send plain files itself");
   }
   uint64_t actual = 0;
   if (read_total(range, actual) && actual != size) return wrong_size(answer, actual, size);
-  if (!is_expected_range(range, offset, size)) {
+  if (!is_expected_range(to_wide(range), offset, size)) {
     return wrong(answer, "the part from byte " + std::to_string(offset) + " is sent with the Content-Range " +
                              quoted(range) + "; let the server send plain files itself");
   }
-  const std::wstring length = answer.header(WINHTTP_QUERY_CONTENT_LENGTH);
-  return length == std::to_wstring(size - offset) ||
+  const std::string length = answer.http.header("content-length");
+  return length == std::to_string(size - offset) ||
          wrong(answer, "the part from byte " + std::to_string(offset) + " is sent with the Content-Length " +
                            quoted(length) + " instead of " + std::to_string(size - offset) +
                            "; let the server send plain files itself");
-}
-
-bool HttpCheck::read(const Answer& answer, uint64_t size, const ContentSink& sink) {
-  std::vector<uint8_t> buffer(buffer_bytes);
-  uint64_t position = 0;
-  for (;;) {
-    DWORD got = 0;
-    if (WinHttpReadData(answer.request.request.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &got) == 0) {
-      return wrong(answer, describe_http_error("download", GetLastError()), ExitCode::failed);
-    }
-    if (got == 0) break;
-    position += got;
-    if (!sink(buffer.data(), got)) return false;
-  }
-  return position == size ||
-         wrong(answer,
-               "the connection closed after " + std::to_string(position) + " of " + std::to_string(size) + " bytes",
-               ExitCode::failed);
 }
 
 bool HttpCheck::wrong_size(const Answer& answer, uint64_t actual, uint64_t size) {
@@ -159,11 +149,13 @@ bool HttpCheck::wrong_size(const Answer& answer, uint64_t actual, uint64_t size)
 }
 
 bool HttpCheck::wrong_status(const Answer& answer) {
-  if (answer.status == status_not_found || answer.status == status_forbidden || answer.status == status_gone) {
-    problems_.add(ExitCode::refused, missing_problem(answer.url + " (HTTP " + std::to_string(answer.status) + ')'));
+  if (answer.http.status == status_not_found || answer.http.status == status_forbidden ||
+      answer.http.status == status_gone) {
+    problems_.add(ExitCode::refused,
+                  missing_problem(answer.url + " (HTTP " + std::to_string(answer.http.status) + ')'));
     return false;
   }
-  return wrong(answer, "the server answers HTTP " + std::to_string(answer.status), ExitCode::failed);
+  return wrong(answer, "the server answers HTTP " + std::to_string(answer.http.status), ExitCode::failed);
 }
 
 bool HttpCheck::wrong(const Answer& answer, const std::string& line, ExitCode code) {

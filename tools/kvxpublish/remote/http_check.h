@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "net/http_session.h"
 #include "tools/kvxpublish/cli/problems.h"
+#include "tools/kvxpublish/platform/http.h"
 #include "tools/kvxpublish/site/site_reader.h"
 
 namespace kvx::publish {
@@ -32,20 +32,23 @@ class HttpCheck {
   [[nodiscard]] bool check_whole(const std::string& url, uint64_t size, const ContentSink& sink);
 
  private:
-  struct Answer;
+  struct Answer {
+    std::string url;
+    HttpAnswer http;
+  };
 
-  [[nodiscard]] bool send(const std::string& url, const std::wstring& headers, Answer& answer);
+  [[nodiscard]] bool get(Answer& answer, const std::vector<std::string>& headers, const HttpSink& sink);
+  [[nodiscard]] bool check_head(const Answer& answer, uint64_t size);
   [[nodiscard]] bool check_coding(const Answer& answer);
   [[nodiscard]] bool check_length(const Answer& answer, uint64_t length);
   [[nodiscard]] bool check_range(const Answer& answer, uint64_t offset, uint64_t size);
-  [[nodiscard]] bool read(const Answer& answer, uint64_t size, const ContentSink& sink);
   [[nodiscard]] bool wrong_size(const Answer& answer, uint64_t actual, uint64_t size);
   [[nodiscard]] bool wrong_status(const Answer& answer);
   // Adds the problem and returns false.
   [[nodiscard]] bool wrong(const Answer& answer, const std::string& line, ExitCode code = ExitCode::refused);
 
   Problems& problems_;
-  HttpSession session_;
+  HttpClient client_;
 };
 
 }  // namespace kvx::publish

@@ -1,29 +1,21 @@
 #include "tools/kvxpublish/remote/local_server.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <array>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
-#include "foundations/paths.h"
-#include "foundations/text.h"
-#include "tools/kvxpublish/cli/machine_path.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/folders.h"
+#include "tools/kvxpublish/platform/paths.h"
+#include "tools/kvxpublish/platform/system.h"
 
 namespace kvx::publish {
 namespace {
 
-constexpr std::array server_files = {L"authority.pem", L"server.pem", L"server.key"};
+constexpr std::array server_files = {"authority.pem", "server.pem", "server.key"};
 
 // A name of its own, because authorities of former folders may still be trusted. It may speak for localhost only.
 std::string authority_configuration() {
-  SYSTEMTIME now;
-  GetSystemTime(&now);
-  std::string moment;
-  for (const WORD part : {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds}) {
-    moment += (moment.empty() ? "" : " ") + std::to_string(part);
-  }
+  const std::string moment = std::to_string(file_time_now());
   return "[req]\n"
          "prompt = no\n"
          "distinguished_name = name\n"
@@ -59,15 +51,15 @@ std::string quoted(const std::string& path) {
   return word + '"';
 }
 
-bool write(const std::wstring& folder, const wchar_t* name, const std::string& text, Failure& failure) {
-  const std::wstring path = join_path(folder, name);
-  uint32_t error = 0;
-  return write_file_atomic(path, text, error) ||
-         fail(ExitCode::failed, to_utf8(path) + ": cannot be written: " + error_text(error), failure);
+bool write(const fs::path& folder, const char* name, const std::string& text, Failure& failure) {
+  const fs::path path = folder / name;
+  std::string reason;
+  return write_file_atomic(path, text, reason) ||
+         fail(ExitCode::failed, path_text(path) + ": cannot be written: " + reason, failure);
 }
 
-bool has_certificates(const std::wstring& folder) {
-  return std::ranges::all_of(server_files, [&](const wchar_t* name) { return is_file(join_path(folder, name)); });
+bool has_certificates(const fs::path& folder) {
+  return std::ranges::all_of(server_files, [&](const char* name) { return is_file(folder / name); });
 }
 
 }  // namespace
@@ -86,8 +78,8 @@ const std::vector<std::string>& certificate_commands() {
 
 std::string local_url(uint16_t port) { return "https://localhost:" + std::to_string(port) + "/patch/"; }
 
-bool nginx_configuration(const std::wstring& site, uint16_t port, std::string& text, Failure& failure) {
-  std::string path = machine_path(site);
+bool nginx_configuration(const fs::path& site, uint16_t port, std::string& text, Failure& failure) {
+  std::string path = path_text(site);
   if (path.find('$') != std::string::npos) {
     return fail(ExitCode::failed, path + ": nginx cannot serve a folder with \"$\" in its name; rename it", failure);
   }
@@ -141,29 +133,26 @@ bool nginx_configuration(const std::wstring& site, uint16_t port, std::string& t
   return true;
 }
 
-bool write_server_folder(const std::wstring& folder, const std::string& configuration, bool& needs_certificates,
+bool write_server_folder(const fs::path& folder, const std::string& configuration, bool& needs_certificates,
                          Failure& failure) {
-  uint32_t error = 0;
-  if (!create_folders(folder, error)) {
-    return fail(ExitCode::failed, to_utf8(folder) + ": the folder cannot be made: " + error_text(error), failure);
-  }
+  std::vector<fs::path> made;
+  if (!make_folders(folder, made, failure)) return false;
   if (!write(folder, server_configuration_name, configuration, failure)) return false;
   needs_certificates = !has_certificates(folder);
   if (!needs_certificates) return true;
   std::string commands;
   for (const std::string& command : certificate_commands()) commands += command + '\n';
-  return write(folder, L"authority.cnf", authority_configuration(), failure) &&
-         write(folder, L"server.cnf", server_certificate_configuration, failure) &&
-         write(folder, L"openssl_commands.txt", commands, failure);
+  return write(folder, "authority.cnf", authority_configuration(), failure) &&
+         write(folder, "server.cnf", server_certificate_configuration, failure) &&
+         write(folder, "openssl_commands.txt", commands, failure);
 }
 
-bool finish_certificates(const std::wstring& folder, Failure& failure) {
-  for (const wchar_t* name : {L"authority.key", L"authority.srl", L"server.csr"}) {
-    uint32_t ignored = 0;
-    static_cast<void>(delete_file(join_path(folder, name), ignored));
+bool finish_certificates(const fs::path& folder, Failure& failure) {
+  for (const char* name : {"authority.key", "authority.srl", "server.csr"}) {
+    discard_file(folder / name);
   }
   return has_certificates(folder) ||
-         fail(ExitCode::failed, to_utf8(folder) + ": openssl did not make the certificates; see openssl.log there",
+         fail(ExitCode::failed, path_text(folder) + ": openssl did not make the certificates; see openssl.log there",
               failure);
 }
 

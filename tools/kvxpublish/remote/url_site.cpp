@@ -1,85 +1,88 @@
 #include "tools/kvxpublish/remote/url_site.h"
 
-#include <windows.h>
-#include <winhttp.h>
+#include <utility>
 
-#include <string_view>
-
-#include "foundations/text.h"
-#include "net/content_range.h"
-#include "net/http_request.h"
-#include "net/http_session.h"
-#include "net/transfer.h"
-#include "net/url.h"
+#include "tools/kvxpublish/platform/http.h"
 #include "tools/kvxpublish/remote/http_answer.h"
 
 namespace kvx::publish {
 namespace {
 
-// A request for the first byte alone is answered with the size of the whole; a server without ranges sends the whole
-// file's length, and the connection is closed before its body comes.
-bool read_size(const WinHttpHandle& request, uint32_t status, uint64_t& size) {
-  const bool whole = status == status_ok;
-  std::wstring header;
-  if (!query_header_text(request, whole ? WINHTTP_QUERY_CONTENT_LENGTH : WINHTTP_QUERY_CONTENT_RANGE, header)) {
-    return false;
-  }
-  std::wstring_view text = header;
-  return whole ? take_number(text, size) && text.empty() : read_total(text, size);
-}
-
 class UrlSite : public SiteReader {
  public:
-  explicit UrlSite(std::wstring base_url) : base_url_(std::move(base_url)) {}
+  explicit UrlSite(std::string base_url) : base_url_(std::move(base_url)) {}
 
   [[nodiscard]] bool open(Failure& failure) {
-    std::string error;
-    return session_.open(L"kvxpublish", error) ||
-           fail(ExitCode::failed, "the network could not be initialised: " + error, failure);
+    std::string reason;
+    return client_.open(reason) || fail(ExitCode::failed, "the network could not be initialised: " + reason, failure);
   }
 
-  [[nodiscard]] std::string name_of(const std::string& relative) const override { return to_utf8(url_of(relative)); }
+  [[nodiscard]] std::string name_of(const std::string& relative) const override { return base_url_ + relative; }
 
   [[nodiscard]] Search read_file(const std::string& relative, uint64_t limit, std::string& bytes,
                                  Failure& failure) override {
-    std::string error;
-    const int32_t status = fetch_to_memory(session_, url_of(relative), bytes, limit, error);
-    if (status == transport_failure) return failed(relative, error, failure);
-    return judge(relative, static_cast<uint32_t>(status), failure);
+    bytes.clear();
+    HttpAnswer answer;
+    std::string reason;
+    const auto take = [&](const uint8_t* piece, size_t count) {
+      if (answer.status != status_ok) return false;  // a page about what is wrong
+      bytes.append(piece, piece + count);
+      return bytes.size() <= limit;
+    };
+    switch (client_.get(name_of(relative), {"Cache-Control: no-cache", "Pragma: no-cache"}, answer, take, reason)) {
+      case HttpResult::done: break;
+      case HttpResult::stopped:
+        if (answer.status != status_ok) break;
+        return failed(relative, "is larger than " + std::to_string(limit) + " bytes", failure);
+      case HttpResult::failed: return failed(relative, reason, failure);
+    }
+    return judge(relative, answer.status, failure);
   }
 
+  // A request for the first byte alone is answered with the size of the whole; a server without ranges sends the whole
+  // file's length, and the connection is closed before its body comes.
   [[nodiscard]] Search find_size(const std::string& relative, uint64_t& size, Failure& failure) override {
-    std::string error;
-    UrlParts url;
-    HttpRequest request;
-    uint32_t status = 0;
-    if (!parse_url(url_of(relative), url, error) ||
-        !send_request(session_, url, L"Range: bytes=0-0\r\n", request, status, error)) {
-      return failed(relative, error, failure);
+    HttpAnswer answer;
+    std::string reason;
+    const auto stop_unless_part = [&](const uint8_t*, size_t count) {
+      return answer.status == status_partial_content && count == 1;
+    };
+    if (client_.get(name_of(relative), {"Range: bytes=0-0"}, answer, stop_unless_part, reason) == HttpResult::failed) {
+      return failed(relative, reason, failure);
     }
     // An empty file has no first byte.
-    const bool sized =
-        status == status_ok || status == status_partial_content || status == status_range_not_satisfiable;
-    if (!sized) return judge(relative, status, failure);
-    if (!read_size(request.request, status, size)) return failed(relative, "the server did not tell its size", failure);
-    return Search::found;
+    const bool sized = answer.status == status_ok || answer.status == status_partial_content ||
+                       answer.status == status_range_not_satisfiable;
+    if (!sized) return judge(relative, answer.status, failure);
+    const bool known = answer.status == status_ok ? read_number(answer.header("content-length"), size)
+                                                  : read_total(answer.header("content-range"), size);
+    return known ? Search::found : failed(relative, "the server did not tell its size", failure);
   }
 
   [[nodiscard]] bool read_content(const std::string& relative, uint64_t size, const ContentSink& sink,
                                   Failure& failure) override {
-    std::string error;
-    uint32_t status = 0;
-    ReceiveBuffer buffer;
-    const TransferResult result =
-        download_range(session_, url_of(relative), 0, size, sink, nullptr, buffer, status, error);
-    if (result == TransferResult::ok) return true;
-    if (result == TransferResult::write_failed) error = "stopped";
-    return fail(ExitCode::failed, name_of(relative) + ": " + error, failure);
+    HttpAnswer answer;
+    std::string reason;
+    uint64_t count = 0;
+    const auto take = [&](const uint8_t* piece, size_t piece_bytes) {
+      if (answer.status != status_ok) return false;
+      count += piece_bytes;
+      return count <= size && sink(piece, piece_bytes);
+    };
+    const HttpResult result = client_.get(name_of(relative), {}, answer, take, reason);
+    if (result == HttpResult::failed) return static_cast<void>(failed(relative, reason, failure)), false;
+    if (answer.status != status_ok) {
+      return static_cast<void>(failed(relative, "HTTP " + std::to_string(answer.status), failure)), false;
+    }
+    if (count != size && (result == HttpResult::done || count > size)) {
+      const std::string actual = count > size ? "more than " + std::to_string(size) : std::to_string(count);
+      return fail(ExitCode::failed, name_of(relative) + ": has " + actual + " bytes, not " + std::to_string(size),
+                  failure);
+    }
+    return result == HttpResult::done || fail(ExitCode::failed, name_of(relative) + ": stopped", failure);
   }
 
  private:
-  [[nodiscard]] std::wstring url_of(const std::string& relative) const { return base_url_ + to_wide(relative); }
-
   Search failed(const std::string& relative, const std::string& reason, Failure& failure) const {
     static_cast<void>(fail(ExitCode::failed, name_of(relative) + ": " + reason, failure));
     return Search::failed;
@@ -91,19 +94,16 @@ class UrlSite : public SiteReader {
     return failed(relative, "HTTP " + std::to_string(status), failure);
   }
 
-  const std::wstring base_url_;
-  HttpSession session_;
+  const std::string base_url_;
+  HttpClient client_;
 };
 
 }  // namespace
 
-bool open_url_site(std::wstring base_url, std::unique_ptr<SiteReader>& site, Failure& failure) {
-  if (!base_url.ends_with(L'/')) base_url += L'/';
-  UrlParts parts;
-  std::string error;
-  if (!parse_url(base_url, parts, error)) {
-    return fail(ExitCode::usage, to_utf8(base_url) + ": " + error, failure);
-  }
+bool open_url_site(std::string base_url, std::unique_ptr<SiteReader>& site, Failure& failure) {
+  if (!base_url.ends_with('/')) base_url += '/';
+  std::string reason;
+  if (!check_url(base_url, reason)) return fail(ExitCode::usage, base_url + ": " + reason, failure);
   auto opened = std::make_unique<UrlSite>(std::move(base_url));
   if (!opened->open(failure)) return false;
   site = std::move(opened);

@@ -9,6 +9,6 @@
 namespace kvx::publish {
 
 // Accepts what launchers accept as a base URL; a missing "/" at its end is added. Connects to nothing yet.
-[[nodiscard]] bool open_url_site(std::wstring base_url, std::unique_ptr<SiteReader>& site, Failure& failure);
+[[nodiscard]] bool open_url_site(std::string base_url, std::unique_ptr<SiteReader>& site, Failure& failure);
 
 }  // namespace kvx::publish

@@ -1,18 +1,13 @@
 #include "tools/kvxpublish/site/content_copy.h"
 
-#include <windows.h>
-
 #include <memory>
 #include <mutex>
 
-#include "foundations/error_text.h"
-#include "foundations/paths.h"
-#include "foundations/system_handles.h"
-#include "foundations/text.h"
-#include "foundations/write_all.h"
 #include "manifest/sha256.h"
 #include "tools/kvxpublish/cli/progress.h"
+#include "tools/kvxpublish/platform/files.h"
 #include "tools/kvxpublish/platform/parallel.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/site/content_problems.h"
 #include "tools/kvxpublish/site/folder_site.h"
 
@@ -44,32 +39,30 @@ class ContentCopier {
  private:
   bool copy(const Content& content, Failure& failure) {
     const std::string name = blob_name(content.sha256);
-    std::wstring place;
+    fs::path place;
     if (!state_.writer.claim(content.sha256, content.size, place)) return true;
-    FileHandle file(CreateFileW(long_path(place).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) return cannot_write(place, failure);
-    uint32_t error = 0;
-    const auto sink = [&](const uint8_t* bytes, size_t count) { return take(file, bytes, count, error); };
+    OutputFile file;
+    std::string reason;
+    discard_file(place);  // of a run that failed
+    if (!file.create(place, reason)) return cannot_write(place, reason, failure);
+    const auto sink = [&](const uint8_t* bytes, size_t count) { return take(file, bytes, count, reason); };
     if (!hasher_.reset()) return fail(ExitCode::failed, "SHA-256 is not available on this system", failure);
     if (!from_->read_content(name, content.size, sink, failure)) {
       if (state_.console.interrupted()) return fail(ExitCode::failed, "stopped; nothing was changed", failure);
-      return error != 0 ? fail(ExitCode::failed, to_utf8(place) + ": cannot be written: " + error_text(error), failure)
-                        : false;
+      return !reason.empty() && cannot_write(place, reason, failure);
     }
     return hasher_.finish_text() == content.sha256 ||
            fail(ExitCode::refused, digest_problem(from_->name_of(name)), failure);
   }
 
-  bool take(const FileHandle& file, const uint8_t* bytes, size_t count, uint32_t& error) {
-    if (!write_all(file.get(), bytes, count, error)) return false;
+  bool take(OutputFile& file, const uint8_t* bytes, size_t count, std::string& reason) {
+    if (!file.write(bytes, count, reason)) return false;
     state_.progress.advance(count);
     return hasher_.update(bytes, count) && !state_.console.interrupted();
   }
 
-  static bool cannot_write(const std::wstring& place, Failure& failure) {
-    const uint32_t error = GetLastError();
-    return fail(ExitCode::failed, to_utf8(place) + ": cannot be written: " + error_text(error), failure);
+  static bool cannot_write(const fs::path& place, const std::string& reason, Failure& failure) {
+    return fail(ExitCode::failed, path_text(place) + ": cannot be written: " + reason, failure);
   }
 
   const std::unique_ptr<SiteReader> from_;

@@ -5,12 +5,12 @@
 #include <unordered_set>
 #include <utility>
 
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
 #include "manifest/json.h"
 #include "manifest/manifest_limits.h"
-#include "tools/kvxpublish/platform/folder_listing.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/folders.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/site/folder_site.h"
 #include "tools/kvxpublish/site/release_content.h"
 #include "tools/kvxpublish/site/release_history.h"
@@ -21,14 +21,22 @@ namespace {
 
 constexpr uint64_t day = 864000000000;  // 100 ns units
 
-constexpr std::wstring_view temporary_ending = L".tmp";
-constexpr std::wstring_view waiting_folder_start = L"content-";
+constexpr std::string_view temporary_ending = ".tmp";
+constexpr std::string_view waiting_folder_start = "content-";
 
-bool is_manifest(const FolderEntry& entry) { return equals_ignore_case(entry.name, L"manifest.json"); }
-bool is_signature(const FolderEntry& entry) { return equals_ignore_case(entry.name, L"manifest.sig"); }
+// In any spelling, because a site may come from a system that does not tell them apart.
+std::string lower_name(const FolderEntry& entry) { return to_lower_ascii(path_text(entry.name)); }
+
+bool is_manifest(const FolderEntry& entry) { return lower_name(entry) == "manifest.json"; }
+bool is_signature(const FolderEntry& entry) { return lower_name(entry) == "manifest.sig"; }
+
+// A link to a folder counts as one: launchers are served through it.
+bool leads_to_folder(const fs::path& parent, const FolderEntry& entry) {
+  return entry.kind == FileKind::folder || (entry.kind == FileKind::link && is_folder(parent / entry.name));
+}
 
 // A whole document that does not even name the product. One that breaks off may be a release all the same.
-bool is_of_another_program(const std::wstring& path) {
+bool is_of_another_program(const fs::path& path) {
   std::string text;
   std::string error;
   JsonDocument document;
@@ -39,8 +47,13 @@ bool is_of_another_program(const std::wstring& path) {
 // One look at a site, used once.
 class Planner {
  public:
-  Planner(const std::wstring& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure)
-      : site_(site), keep_(keep), now_(now), plan_(plan), failure_(failure), reader_(open_folder_site(to_utf8(site))) {}
+  Planner(const fs::path& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure)
+      : site_(site),
+        keep_(keep),
+        now_(now),
+        plan_(plan),
+        failure_(failure),
+        reader_(open_folder_site(path_text(site))) {}
 
   bool run() { return find_channels() && judge_releases() && judge_content() && find_temporaries(); }
 
@@ -52,39 +65,51 @@ class Planner {
     std::set<std::string> channels;
     for (const FolderEntry& entry : entries) {
       if (is_manifest(entry)) channels.insert("live");
-      // Windows takes folders in any spelling for a channel's.
-      const std::string name = to_lower_ascii(to_utf8(entry.name));
-      if (!entry.is_folder || !is_channel_name(name) || is_reserved_channel(name)) continue;
+      const std::string name = lower_name(entry);
+      if (!leads_to_folder(site_, entry) || !is_channel_name(name) || is_reserved_channel(name)) continue;
       bool is_channel = false;
-      if (!judge_folder(name, join_path(site_, entry.name), is_channel)) return false;
-      if (is_channel) channels.insert(name);
+      if (!judge_folder(name, site_ / entry.name, is_channel)) return false;
+      if (!is_channel) continue;
+      if (!check_spelling(site_ / entry.name, name)) return false;
+      channels.insert(name);
     }
     if (channels.empty()) {
-      return fail(ExitCode::failed, to_utf8(site_) + ": nothing is published there; name the site's own folder",
+      return fail(ExitCode::failed, path_text(site_) + ": nothing is published there; name the site's own folder",
                   failure_);
     }
     return find_past_channels(channels);
   }
 
+  // Windows takes folders in any spelling for a channel's. Where the file system does not, its releases would not be
+  // found, and their content would be deleted.
+  bool check_spelling(const fs::path& folder, const std::string& name) {
+    return is_same_path(folder.filename(), path_of(name)) ||
+           fail(ExitCode::failed,
+                path_text(folder) + ": a channel's folder must be called \"" + name +
+                    "\" here; rename it, or move it out of the site",
+                failure_);
+  }
+
   // Other programs have files of that name, too. Only what is certainly theirs is passed over: the content that a
   // channel needs would be deleted otherwise.
-  bool judge_folder(const std::string& name, const std::wstring& folder, bool& is_channel) {
+  bool judge_folder(const std::string& name, const fs::path& folder, bool& is_channel) {
     std::vector<FolderEntry> entries;
     if (!list_entries(folder, entries, failure_)) return false;
-    is_channel =
-        std::ranges::any_of(entries, is_manifest) &&
-        (std::ranges::any_of(entries, is_signature) || is_folder(join_path(site_, L"history\\" + to_wide(name))) ||
-         !is_of_another_program(join_path(folder, L"manifest.json")));
+    is_channel = std::ranges::any_of(entries, is_manifest) &&
+                 (std::ranges::any_of(entries, is_signature) || is_folder(site_ / "history" / path_of(name)) ||
+                  !is_of_another_program(folder / "manifest.json"));
     return true;
   }
 
   // Channels whose manifest was taken away still have their history.
   bool find_past_channels(std::set<std::string>& channels) {
     std::vector<FolderEntry> entries;
-    if (!list_entries(join_path(site_, L"history"), entries, failure_)) return false;
+    if (!list_entries(site_ / "history", entries, failure_)) return false;
     for (const FolderEntry& entry : entries) {
-      const std::string name = to_lower_ascii(to_utf8(entry.name));
-      if (entry.is_folder && is_channel_name(name)) channels.insert(name);
+      const std::string name = lower_name(entry);
+      if (!leads_to_folder(site_ / "history", entry) || !is_channel_name(name)) continue;
+      if (!check_spelling(site_ / "history" / entry.name, name)) return false;
+      channels.insert(name);
     }
     plan_.channels.assign(channels.begin(), channels.end());
     return true;
@@ -158,14 +183,14 @@ class Planner {
 
   bool judge_content() {
     std::vector<FolderEntry> entries;
-    if (!list_entries(join_path(site_, L"files"), entries, failure_)) return false;
+    if (!list_entries(site_ / "files", entries, failure_)) return false;
     for (const FolderEntry& entry : entries) {
-      const std::string name = to_utf8(entry.name);
-      if (entry.is_folder || !is_sha256_hex(name)) continue;
+      const std::string name = path_text(entry.name);
+      if (entry.kind == FileKind::folder || !is_sha256_hex(name)) continue;
       if (needed_.contains(name)) {
         ++plan_.kept_content;
       } else {
-        plan_.content.push_back({blob_name(name), entry.size});
+        plan_.content.push_back({blob_name(name), entry.stamp.size});
       }
     }
     return true;
@@ -180,18 +205,19 @@ class Planner {
     return std::ranges::all_of(folders, [this](const std::string& folder) { return find_temporaries(folder); });
   }
 
-  [[nodiscard]] bool is_old(const FolderEntry& entry) const { return entry.last_write_time + day < now_; }
+  [[nodiscard]] bool is_old(const FolderEntry& entry) const { return entry.stamp.last_write_time + day < now_; }
 
   bool find_temporaries(const std::string& folder) {
     std::vector<FolderEntry> entries;
-    if (!list_entries(join_path(site_, native(folder)), entries, failure_)) return false;
+    if (!list_entries(site_ / path_of(folder), entries, failure_)) return false;
     for (const FolderEntry& entry : entries) {
-      if (!entry.name.ends_with(temporary_ending)) continue;
-      const std::string name = folder + to_utf8(entry.name);
-      if (entry.is_folder) {
-        if (entry.name.starts_with(waiting_folder_start) && !add_waiting_folder(name)) return false;
+      const std::string own_name = path_text(entry.name);
+      if (!own_name.ends_with(temporary_ending)) continue;
+      const std::string name = folder + own_name;
+      if (entry.kind == FileKind::folder) {
+        if (own_name.starts_with(waiting_folder_start) && !add_waiting_folder(name)) return false;
       } else if (is_old(entry)) {
-        plan_.temporaries.push_back({name, entry.size});
+        plan_.temporaries.push_back({name, entry.stamp.size});
       }
     }
     return true;
@@ -200,22 +226,15 @@ class Planner {
   // Content that waits to be published: nobody's, once the site's lock is held.
   bool add_waiting_folder(const std::string& folder) {
     std::vector<FolderEntry> entries;
-    if (!list_entries(join_path(site_, native(folder)), entries, failure_)) return false;
+    if (!list_entries(site_ / path_of(folder), entries, failure_)) return false;
     for (const FolderEntry& entry : entries) {
-      plan_.temporaries.push_back({folder + '/' + to_utf8(entry.name), entry.size});
+      plan_.temporaries.push_back({folder + '/' + path_text(entry.name), entry.stamp.size});
     }
     plan_.empty_folders.push_back(folder);
     return true;
   }
 
-  static std::wstring native(const std::string& name) {
-    std::wstring path = to_wide(name);
-    std::ranges::replace(path, L'/', L'\\');
-    if (path.ends_with(L'\\')) path.pop_back();
-    return path;
-  }
-
-  const std::wstring& site_;
+  const fs::path& site_;
   const uint64_t keep_;
   const uint64_t now_;
   PrunePlan& plan_;
@@ -226,7 +245,7 @@ class Planner {
 
 }  // namespace
 
-bool plan_prune(const std::wstring& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure) {
+bool plan_prune(const fs::path& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure) {
   return Planner(site, keep, now, plan, failure).run();
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/kvxpublish/cli/failure.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
@@ -28,6 +29,6 @@ struct PrunePlan {
 // the history without a signature is kept only while it is live. `now` is in 100 ns units since 1601: temporary files
 // older than a day are left-overs. So is every folder of waiting content, because the plan is carried out by whoever
 // holds the site's lock. Any manifest that cannot be read, kept or not, is a failure.
-[[nodiscard]] bool plan_prune(const std::wstring& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure);
+[[nodiscard]] bool plan_prune(const fs::path& site, uint64_t keep, uint64_t now, PrunePlan& plan, Failure& failure);
 
 }  // namespace kvx::publish

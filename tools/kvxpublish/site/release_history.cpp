@@ -6,7 +6,8 @@
 
 #include "foundations/text.h"
 #include "manifest/manifest_limits.h"
-#include "tools/kvxpublish/platform/folder_listing.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/folders.h"
 #include "tools/kvxpublish/site/launcher_check.h"
 #include "tools/kvxpublish/site/site.h"
 
@@ -19,13 +20,13 @@ bool read_serial(const std::string& name, const char* ending, uint64_t& serial) 
   return error == std::errc() && std::to_string(serial) + ending == name;
 }
 
-bool list_serials(const std::wstring& folder, const char* ending, std::vector<uint64_t>& serials, Failure& failure) {
+bool list_serials(const fs::path& folder, const char* ending, std::vector<uint64_t>& serials, Failure& failure) {
   serials.clear();
   std::vector<FolderEntry> entries;
   if (!list_entries(folder, entries, failure)) return false;
   for (const FolderEntry& entry : entries) {
     uint64_t serial = 0;
-    if (!entry.is_folder && read_serial(to_utf8(entry.name), ending, serial)) serials.push_back(serial);
+    if (entry.kind != FileKind::folder && read_serial(path_text(entry.name), ending, serial)) serials.push_back(serial);
   }
   std::ranges::sort(serials);
   return true;
@@ -37,12 +38,11 @@ std::string history_stem(const std::string& channel, uint64_t serial) {
 
 }  // namespace
 
-bool list_history(const std::wstring& site, const std::string& channel, std::vector<uint64_t>& serials,
-                  Failure& failure) {
+bool list_history(const fs::path& site, const std::string& channel, std::vector<uint64_t>& serials, Failure& failure) {
   return list_serials(site_paths(site, channel).history, ".json", serials, failure);
 }
 
-bool list_history_signatures(const std::wstring& site, const std::string& channel, std::vector<uint64_t>& serials,
+bool list_history_signatures(const fs::path& site, const std::string& channel, std::vector<uint64_t>& serials,
                              Failure& failure) {
   return list_serials(site_paths(site, channel).history, ".sig", serials, failure);
 }

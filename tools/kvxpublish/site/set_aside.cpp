@@ -1,32 +1,31 @@
 #include "tools/kvxpublish/site/set_aside.h"
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
 #include "foundations/text.h"
+#include "tools/kvxpublish/platform/files.h"
 
 namespace kvx::publish {
 namespace {
 
-std::wstring waiting_path(const std::wstring& path) { return path + L".aside.tmp"; }
+fs::path waiting_path(fs::path path) { return path += ".aside.tmp"; }
 
 }  // namespace
 
 SetAside::~SetAside() {
-  uint32_t ignored = 0;
+  std::string ignored;
   if (!path_.empty()) static_cast<void>(move_file(waiting_path(path_), path_, ignored));
 }
 
-bool SetAside::take(const std::wstring& path, Failure& failure) {
-  uint32_t error = 0;
-  if (!move_file(path, waiting_path(path), error)) {
-    return fail(ExitCode::failed, to_utf8(path) + ": cannot be moved aside: " + error_text(error), failure);
+bool SetAside::take(const fs::path& path, Failure& failure) {
+  std::string reason;
+  if (!move_file(path, waiting_path(path), reason)) {
+    return fail(ExitCode::failed, path_text(path) + ": cannot be moved aside: " + reason, failure);
   }
   path_ = path;
   return true;
 }
 
 void SetAside::drop() {
-  uint32_t ignored = 0;
+  std::string ignored;
   if (!path_.empty()) static_cast<void>(delete_file(waiting_path(path_), ignored));
   path_.clear();
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/kvxpublish/cli/failure.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
@@ -17,13 +18,13 @@ class SetAside {
   SetAside& operator=(SetAside&&) = delete;
   ~SetAside();  // puts the file back
 
-  [[nodiscard]] bool take(const std::wstring& path, Failure& failure);
+  [[nodiscard]] bool take(const fs::path& path, Failure& failure);
 
   // The file is not needed any more.
   void drop();
 
  private:
-  std::wstring path_;  // empty when nothing waits
+  fs::path path_;  // empty when nothing waits
 };
 
 }  // namespace kvx::publish

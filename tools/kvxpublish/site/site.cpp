@@ -1,34 +1,26 @@
 #include "tools/kvxpublish/site/site.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <optional>
 #include <span>
 
-#include "foundations/error_text.h"
-#include "foundations/files.h"
-#include "foundations/paths.h"
 #include "foundations/text.h"
-#include "manifest/file_digest.h"
 #include "manifest/manifest_limits.h"
-#include "tools/kvxpublish/platform/folder_listing.h"
-#include "tools/kvxpublish/platform/made_folders.h"
+#include "manifest/sha256.h"
+#include "tools/kvxpublish/platform/files.h"
+#include "tools/kvxpublish/platform/folders.h"
 #include "tools/kvxpublish/platform/parallel.h"
+#include "tools/kvxpublish/platform/paths.h"
+#include "tools/kvxpublish/platform/system.h"
 
 namespace kvx::publish {
 namespace {
 
-std::string named(const std::wstring& path, const std::string& text) { return to_utf8(path) + ": " + text; }
-
-void drop_file(const std::wstring& path) {
-  uint32_t ignored = 0;
-  static_cast<void>(delete_file_once(path, ignored));
-}
+std::string named(const fs::path& path, const std::string& text) { return path_text(path) + ": " + text; }
 
 // A file and what it shall hold; no content means that it shall not be there.
 struct FileChange {
-  std::wstring path;
+  fs::path path;
   std::optional<std::string> content;
   std::optional<std::string> former;  // filled by read_former
 };
@@ -43,15 +35,42 @@ bool read_former(FileChange& change, Failure& failure) {
   return true;
 }
 
-bool put(const std::wstring& path, const std::optional<std::string>& content, uint32_t& error) {
-  return content ? write_file_atomic(path, *content, error) : delete_file(path, error);
+bool put(const fs::path& path, const std::optional<std::string>& content, std::string& reason) {
+  return content ? write_file_atomic(path, *content, reason) : delete_file(path, reason);
 }
 
-bool refuse_damaged(const std::wstring& content, Failure& failure) {
+bool refuse_damaged(const fs::path& content, Failure& failure) {
   return fail(
       ExitCode::failed,
       named(content, "is damaged: it has not the size of the content it is named after; delete it and pack again"),
       failure);
+}
+
+// Copies a file and hashes what is written. Nothing stays of a copy that fails.
+bool copy_hashed(const fs::path& source, const fs::path& target, std::string& sha256, Failure& failure) {
+  constexpr size_t buffer_bytes = 1048576;
+  OutputFile to;
+  const auto failed = [&](const std::string& reason) {
+    to.close();
+    discard_file(target);
+    return fail(ExitCode::failed, named(source, "cannot be copied to the site: " + reason), failure);
+  };
+  InputFile from;
+  Sha256Hasher hasher;
+  FileKind kind{};
+  std::string reason;
+  if (!from.open(source, kind, reason) || !to.create(target, reason)) return failed(reason);
+  std::vector<uint8_t> buffer(buffer_bytes);
+  for (;;) {
+    size_t got = 0;
+    if (!from.read(buffer.data(), buffer.size(), got, reason)) return failed(reason);
+    if (got == 0) break;
+    if (!hasher.update(buffer.data(), got)) return failed("SHA-256 is not available on this system");
+    if (!to.write(buffer.data(), got, reason)) return failed(reason);
+  }
+  to.close();
+  sha256 = hasher.finish_text();
+  return !sha256.empty() || failed("SHA-256 is not available on this system");
 }
 
 // All changes or none: when one fails, those before it are undone.
@@ -61,61 +80,61 @@ bool apply(std::span<FileChange> changes, Failure& failure) {
   }
   for (auto change = changes.begin(); change != changes.end(); ++change) {
     const bool is_so_already = change->content == change->former && !is_folder(change->path);
-    uint32_t error = 0;
-    if (is_so_already || put(change->path, change->content, error)) continue;
+    std::string reason;
+    if (is_so_already || put(change->path, change->content, reason)) continue;
     for (auto done = changes.begin(); done != change; ++done) {
-      uint32_t ignored = 0;
+      std::string ignored;
       if (done->content != done->former) static_cast<void>(put(done->path, done->former, ignored));
     }
-    return fail(ExitCode::failed, named(change->path, "cannot be written: " + error_text(error)), failure);
+    return fail(ExitCode::failed, named(change->path, "cannot be written: " + reason), failure);
   }
   return true;
 }
 
 }  // namespace
 
-SitePaths site_paths(const std::wstring& site, const std::string& channel) {
+SitePaths site_paths(const fs::path& site, const std::string& channel) {
   SitePaths paths;
-  paths.channel_folder = channel == "live" ? site : join_path(site, to_wide(channel));
-  paths.manifest = join_path(paths.channel_folder, L"manifest.json");
-  paths.signature = join_path(paths.channel_folder, L"manifest.sig");
-  paths.files = join_path(site, L"files");
-  paths.history = join_path(join_path(site, L"history"), to_wide(channel));
+  paths.channel_folder = channel == "live" ? site : site / path_of(channel);
+  paths.manifest = paths.channel_folder / "manifest.json";
+  paths.signature = paths.channel_folder / "manifest.sig";
+  paths.files = site / "files";
+  paths.history = site / "history" / path_of(channel);
   return paths;
 }
 
-std::wstring history_manifest(const SitePaths& paths, uint64_t serial) {
-  return join_path(paths.history, std::to_wstring(serial) + L".json");
+fs::path history_manifest(const SitePaths& paths, uint64_t serial) {
+  return paths.history / (std::to_string(serial) + ".json");
 }
 
-std::wstring history_signature(const SitePaths& paths, uint64_t serial) {
-  return join_path(paths.history, std::to_wstring(serial) + L".sig");
+fs::path history_signature(const SitePaths& paths, uint64_t serial) {
+  return paths.history / (std::to_string(serial) + ".sig");
 }
 
 bool is_reserved_channel(const std::string& channel) { return channel == "files" || channel == "history"; }
 
 SiteWriter::~SiteWriter() {
   if (!published_) {
-    for (const auto& [sha256, size] : added_) drop_file(waiting_path(sha256));
-    for (const std::string& sha256 : moved_in_) drop_file(content_path(sha256));
+    for (const auto& [sha256, size] : added_) discard_file(waiting_path(sha256));
+    for (const std::string& sha256 : moved_in_) discard_file(content_path(sha256));
   }
-  if (!waiting_.empty()) RemoveDirectoryW(long_path(waiting_).c_str());
+  if (!waiting_.empty()) discard_empty_folder(waiting_);
   if (!published_) remove_empty_folders(made_folders_);
 }
 
 // A name that no earlier program has left behind.
 bool SiteWriter::make_waiting_folder(Failure& failure) {
-  const std::wstring site = parent_path(paths_.files);
-  const std::wstring stem = L"content-" + std::to_wstring(GetCurrentProcessId());
+  const std::string stem = "content-" + std::to_string(process_id());
   for (uint32_t number = 0;; ++number) {
-    const std::wstring folder = join_path(site, stem + L'-' + std::to_wstring(number) + L".tmp");
-    if (CreateDirectoryW(long_path(folder).c_str(), nullptr) != 0) {
+    const fs::path folder = paths_.files.parent_path() / (stem + '-' + std::to_string(number) + ".tmp");
+    std::string reason;
+    bool exists = false;
+    if (make_folder(folder, exists, reason)) {
       waiting_ = folder;
       return true;
     }
-    const uint32_t error = GetLastError();
-    if (error == ERROR_ALREADY_EXISTS) continue;
-    return fail(ExitCode::failed, named(folder, "the folder cannot be made: " + error_text(error)), failure);
+    if (exists) continue;
+    return fail(ExitCode::failed, named(folder, "the folder cannot be made: " + reason), failure);
   }
 }
 
@@ -123,8 +142,8 @@ bool SiteWriter::list_content(Failure& failure) {
   std::vector<FolderEntry> entries;
   if (!list_entries(paths_.files, entries, failure)) return false;
   for (const FolderEntry& entry : entries) {
-    const std::string name = to_utf8(entry.name);
-    if (is_sha256_hex(name)) there_[name] = entry.size;
+    const std::string name = path_text(entry.name);
+    if (is_sha256_hex(name)) there_[name] = entry.stamp.size;
   }
   return true;
 }
@@ -135,11 +154,9 @@ bool SiteWriter::prepare(Failure& failure) {
          make_folders(paths_.history, made_folders_, failure) && make_waiting_folder(failure) && list_content(failure);
 }
 
-std::wstring SiteWriter::waiting_path(const std::string& sha256) const { return join_path(waiting_, to_wide(sha256)); }
+fs::path SiteWriter::waiting_path(const std::string& sha256) const { return waiting_ / path_of(sha256); }
 
-std::wstring SiteWriter::content_path(const std::string& sha256) const {
-  return join_path(paths_.files, to_wide(sha256));
-}
+fs::path SiteWriter::content_path(const std::string& sha256) const { return paths_.files / path_of(sha256); }
 
 bool SiteWriter::has_content(const std::string& sha256, uint64_t size, bool& present, Failure& failure) const {
   const auto known = there_.find(sha256);
@@ -153,7 +170,7 @@ std::set<uint64_t> SiteWriter::content_sizes() const {
   return sizes;
 }
 
-bool SiteWriter::claim(const std::string& sha256, uint64_t size, std::wstring& place) {
+bool SiteWriter::claim(const std::string& sha256, uint64_t size, fs::path& place) {
   const std::scoped_lock lock(mutex_);
   if (!added_.emplace(sha256, size).second) return false;
   added_bytes_ += size;
@@ -161,41 +178,35 @@ bool SiteWriter::claim(const std::string& sha256, uint64_t size, std::wstring& p
   return true;
 }
 
-std::wstring SiteWriter::temporary_path() {
+fs::path SiteWriter::temporary_path() {
   const std::scoped_lock lock(mutex_);
-  return join_path(waiting_, std::to_wstring(temporary_count_++) + L".tmp");
+  return waiting_ / (std::to_string(temporary_count_++) + ".tmp");
 }
 
-bool SiteWriter::take_content(const std::wstring& temporary, const std::string& sha256, uint64_t size,
-                              Failure& failure) {
+bool SiteWriter::take_content(const fs::path& temporary, const std::string& sha256, uint64_t size, Failure& failure) {
   bool present = false;
-  std::wstring place;
+  fs::path place;
   const bool usable = has_content(sha256, size, present, failure);
   if (!usable || present || !claim(sha256, size, place)) {
-    drop_file(temporary);
+    discard_file(temporary);
     return usable;
   }
-  uint32_t error = 0;
-  if (move_file(temporary, place, error)) return true;
-  drop_file(temporary);
-  return fail(ExitCode::failed, named(place, "cannot be written: " + error_text(error)), failure);
+  std::string reason;
+  if (move_file(temporary, place, reason)) return true;
+  discard_file(temporary);
+  return fail(ExitCode::failed, named(place, "cannot be written: " + reason), failure);
 }
 
-bool SiteWriter::add_content(const std::wstring& source, const std::string& sha256, uint64_t size, Failure& failure) {
+bool SiteWriter::add_content(const fs::path& source, const std::string& sha256, uint64_t size, Failure& failure) {
   bool present = false;
   if (!has_content(sha256, size, present, failure)) return false;
   if (present) return true;
-  const std::wstring temporary = temporary_path();
-  uint32_t error = 0;
-  if (!copy_file(source, temporary, error)) {
-    drop_file(temporary);
-    return fail(ExitCode::failed, named(source, "cannot be copied to the site: " + error_text(error)), failure);
-  }
-  clear_read_only(temporary);
-  // Hashing the copy, not the source, also finds a file that changed since it was listed.
-  std::string hash_error;
-  if (hash_file(temporary, {}, hash_error) != sha256) {
-    drop_file(temporary);
+  const fs::path temporary = temporary_path();
+  std::string copied;
+  if (!copy_hashed(source, temporary, copied, failure)) return false;
+  // Hashing the copy also finds a file that changed since it was listed.
+  if (copied != sha256) {
+    discard_file(temporary);
     return fail(ExitCode::failed, named(source, "changed while it was packed; pack again"), failure);
   }
   return take_content(temporary, sha256, size, failure);
@@ -204,17 +215,17 @@ bool SiteWriter::add_content(const std::wstring& source, const std::string& sha2
 // Somebody else brought the content meanwhile, and launchers may be loading it.
 bool SiteWriter::keep_present(const std::string& sha256, uint64_t present_size, Failure& failure) const {
   if (present_size != added_.at(sha256)) return refuse_damaged(content_path(sha256), failure);
-  drop_file(waiting_path(sha256));
+  discard_file(waiting_path(sha256));
   return true;
 }
 
 bool SiteWriter::move_in(const std::string& sha256, Failure& failure) {
-  const std::wstring place = content_path(sha256);
+  const fs::path place = content_path(sha256);
   FileStamp present;
   if (file_stamp(place, present)) return keep_present(sha256, present.size, failure);
-  uint32_t error = 0;
-  if (!move_file(waiting_path(sha256), place, error)) {
-    return fail(ExitCode::failed, named(place, "cannot be written: " + error_text(error)), failure);
+  std::string reason;
+  if (!move_file(waiting_path(sha256), place, reason)) {
+    return fail(ExitCode::failed, named(place, "cannot be written: " + reason), failure);
   }
   const std::scoped_lock lock(mutex_);
   moved_in_.insert(sha256);
@@ -224,9 +235,9 @@ bool SiteWriter::move_in(const std::string& sha256, Failure& failure) {
 // The first content of a site comes in at one stroke, with its folder.
 bool SiteWriter::move_content_in(Failure& failure) {
   if (!is_folder(paths_.files)) {
-    uint32_t error = 0;
-    if (!move_file(waiting_, paths_.files, error)) {
-      return fail(ExitCode::failed, named(paths_.files, "cannot be made: " + error_text(error)), failure);
+    std::string reason;
+    if (!move_file(waiting_, paths_.files, reason)) {
+      return fail(ExitCode::failed, named(paths_.files, "cannot be made: " + reason), failure);
     }
     made_folders_.insert(made_folders_.begin(), paths_.files);
     for (const auto& [sha256, size] : added_) moved_in_.insert(sha256);
@@ -246,9 +257,16 @@ bool SiteWriter::move_content_in(Failure& failure) {
   return for_each_index(digests.size(), [&]() -> IndexWork { return work; });
 }
 
+// A manifest that survives a power loss must not name content that does not.
+bool SiteWriter::settle_content(Failure& failure) const {
+  std::string reason;
+  return added_.empty() || flush_file_system(paths_.files, reason) ||
+         fail(ExitCode::failed, named(paths_.files, "cannot be written to the disk: " + reason), failure);
+}
+
 bool SiteWriter::publish(uint64_t serial, const std::string& manifest, const std::string& signature_file,
                          Failure& failure) {
-  const std::wstring kept = history_manifest(paths_, serial);
+  const fs::path kept = history_manifest(paths_, serial);
   std::string kept_bytes;
   if (is_file(kept) && (!read_file(kept, largest_manifest_bytes, kept_bytes) || kept_bytes != manifest)) {
     return fail(ExitCode::serial_conflict,
@@ -256,7 +274,7 @@ bool SiteWriter::publish(uint64_t serial, const std::string& manifest, const std
   }
   std::optional<std::string> signature;
   if (!signature_file.empty()) signature = signature_file;
-  if (!move_content_in(failure)) return false;
+  if (!move_content_in(failure) || !settle_content(failure)) return false;
   // A program that is ended in between leaves no release in the history without its signature.
   FileChange changes[] = {{history_signature(paths_, serial), signature, {}},
                           {kept, manifest, {}},

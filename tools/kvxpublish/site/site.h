@@ -15,22 +15,23 @@
 #include <vector>
 
 #include "tools/kvxpublish/cli/failure.h"
+#include "tools/kvxpublish/platform/paths.h"
 
 namespace kvx::publish {
 
 struct SitePaths {
-  std::wstring channel_folder;  // the site itself for "live"
-  std::wstring manifest;
-  std::wstring signature;
-  std::wstring files;    // the folder of the content
-  std::wstring history;  // the folder of the channel's releases
+  fs::path channel_folder;  // the site itself for "live"
+  fs::path manifest;
+  fs::path signature;
+  fs::path files;    // the folder of the content
+  fs::path history;  // the folder of the channel's releases
 };
 
-[[nodiscard]] SitePaths site_paths(const std::wstring& site, const std::string& channel);
+[[nodiscard]] SitePaths site_paths(const fs::path& site, const std::string& channel);
 
 // The manifest and the signature of one release in the channel's history.
-[[nodiscard]] std::wstring history_manifest(const SitePaths& paths, uint64_t serial);
-[[nodiscard]] std::wstring history_signature(const SitePaths& paths, uint64_t serial);
+[[nodiscard]] fs::path history_manifest(const SitePaths& paths, uint64_t serial);
+[[nodiscard]] fs::path history_signature(const SitePaths& paths, uint64_t serial);
 
 // Channels that launchers take but whose folder would be one of the site's own.
 [[nodiscard]] bool is_reserved_channel(const std::string& channel);
@@ -56,18 +57,17 @@ class SiteWriter {
   [[nodiscard]] std::set<uint64_t> content_sizes() const;
 
   // The place to write content to whose digest is known. False when another thread writes the same, or has done so.
-  [[nodiscard]] bool claim(const std::string& sha256, uint64_t size, std::wstring& place);
+  [[nodiscard]] bool claim(const std::string& sha256, uint64_t size, fs::path& place);
 
   // A place for content whose digest is not known yet.
-  [[nodiscard]] std::wstring temporary_path();
+  [[nodiscard]] fs::path temporary_path();
 
   // Takes the finished file from such a place, or drops it when there is the same content already.
-  [[nodiscard]] bool take_content(const std::wstring& temporary, const std::string& sha256, uint64_t size,
+  [[nodiscard]] bool take_content(const fs::path& temporary, const std::string& sha256, uint64_t size,
                                   Failure& failure);
 
   // Copies a file whose digest and size are known. Content that the site already has stays as it is.
-  [[nodiscard]] bool add_content(const std::wstring& source, const std::string& sha256, uint64_t size,
-                                 Failure& failure);
+  [[nodiscard]] bool add_content(const fs::path& source, const std::string& sha256, uint64_t size, Failure& failure);
 
   // Moves the content in, replaces the channel's manifest and its signature and keeps both in the history; an empty
   // signature leaves the release unsigned and takes a former one away, which would not fit the manifest. What is
@@ -82,21 +82,22 @@ class SiteWriter {
  private:
   [[nodiscard]] bool make_waiting_folder(Failure& failure);
   [[nodiscard]] bool list_content(Failure& failure);
-  [[nodiscard]] std::wstring waiting_path(const std::string& sha256) const;
-  [[nodiscard]] std::wstring content_path(const std::string& sha256) const;
+  [[nodiscard]] fs::path waiting_path(const std::string& sha256) const;
+  [[nodiscard]] fs::path content_path(const std::string& sha256) const;
   [[nodiscard]] bool move_content_in(Failure& failure);
+  [[nodiscard]] bool settle_content(Failure& failure) const;
   [[nodiscard]] bool move_in(const std::string& sha256, Failure& failure);
   [[nodiscard]] bool keep_present(const std::string& sha256, uint64_t present_size, Failure& failure) const;
 
   SitePaths paths_;
-  std::wstring waiting_;                             // the folder of content that is not yet in the site
+  fs::path waiting_;                                 // the folder of content that is not yet in the site
   std::unordered_map<std::string, uint64_t> there_;  // sizes by digest, as they were at the beginning
   std::mutex mutex_;                                 // guards what follows
   uint64_t temporary_count_ = 0;
   std::unordered_map<std::string, uint64_t> added_;  // sizes by digest
   std::unordered_set<std::string> moved_in_;         // digests of what only this writer has put into files/
   uint64_t added_bytes_ = 0;
-  std::vector<std::wstring> made_folders_;  // innermost first
+  std::vector<fs::path> made_folders_;  // innermost first
   bool published_ = false;
 };
 

@@ -182,33 +182,5 @@ TEST(ReportTest, UsesColoursWhereTheConsoleHasThem) {
             "\x1b[33mnote: \x1b[0mLook.\n\x1b[32mnext: \x1b[0mgo on\n\x1b[31mkvxpublish: \x1b[0mit broke\n");
 }
 
-TEST(ReportTest, ShowsPathsAsTheMachineTakesThem) {
-  Report report;
-  report.add("manifest", R"(\\?\unix\tmp\my site\manifest.json)");
-  report.add("windows", R"(\\?\C:\site)");
-  report.add_list("path", {"//?/unix/tmp/x", R"(C:\y)"});
-  report.add_record("changed", {{"path", R"(\\?\unix\z)"}, {"size", uint64_t{5}}});
-  report.note(R"(\\?\unix\tmp\a: is no \n; look at "\\?\unix\tmp\b" and \\?\unix\c\d)");
-  report.next_step("kvxpublish verify \"//?/unix/tmp/my site\" --channel live");
-  CapturedConsole lines;
-  write_report(report, false, lines);
-  EXPECT_EQ(lines.data,
-            "manifest=/tmp/my site/manifest.json\nwindows=\\\\?\\C:\\site\npath=/tmp/x\npath=C:\\y\nchanged=/z\t5\n");
-  EXPECT_EQ(lines.messages,
-            "note: /tmp/a: is no \\n; look at \"/tmp/b\" and /c/d\n"
-            "next: kvxpublish verify \"/tmp/my site\" --channel live\n");
-  CapturedConsole json;
-  write_report(report, true, json);
-  EXPECT_EQ(json.data,
-            R"({"manifest":"/tmp/my site/manifest.json","windows":"\\\\?\\C:\\site","path":["/tmp/x","C:\\y"],)"
-            R"("changed":[{"path":"/z","size":5}]})"
-            "\n");
-  CapturedConsole failure;
-  write_failure({ExitCode::failed, "\\\\?\\unix\\tmp\\a\\b: 2 things are wrong\n  \\\\?\\unix\\tmp\\c: is missing"},
-                true, failure);
-  EXPECT_EQ(failure.data, "{\"error\":\"/tmp/a/b: 2 things are wrong\\n  /tmp/c: is missing\",\"code\":1}\n");
-  EXPECT_EQ(failure.messages, "kvxpublish: /tmp/a/b: 2 things are wrong\n  /tmp/c: is missing\n");
-}
-
 }  // namespace
 }  // namespace kvx::test

@@ -13,7 +13,7 @@
 #include "tests/support/test_paths.h"
 #include "tests/tools/kvxpublish/support/folder_tree.h"
 #include "tests/tools/kvxpublish/support/publish_site.h"
-#include "tools/kvxpublish/cli/machine_path.h"
+#include "tools/kvxpublish/platform/paths.h"
 #include "tools/kvxpublish/remote/local_server.h"
 
 namespace kvx::test {
@@ -132,8 +132,8 @@ TEST_F(Serve, TakesAnotherFolder) {
 }
 
 TEST_F(Serve, TellsWhichProgramIsMissing) {
-  for (const auto& [installed, missing] : std::vector<std::pair<std::vector<std::wstring>, std::string>>{
-           {{}, "openssl.exe"}, {{L"openssl.exe"}, "nginx.exe"}}) {
+  for (const auto& [installed, missing] :
+       std::vector<std::pair<std::vector<std::wstring>, std::string>>{{{}, "openssl"}, {{L"openssl.exe"}, "nginx"}}) {
     SCOPED_TRACE(missing);
     install(installed);
     const CommandResult result = serve();
@@ -241,14 +241,12 @@ TEST_F(Serve, RefusesWithOneClearLine) {
   }
 }
 
-TEST(LocalServer, WritesPathsAsTheMachineTakesThem) {
-  EXPECT_EQ(publish::machine_path(L"C:\\site"), "C:\\site");
-  EXPECT_EQ(publish::machine_path(LR"(\\?\unix\srv\my site)"), "/srv/my site");
+TEST(LocalServer, QuotesPaths) {
   std::string text;
   publish::Failure failure;
-  ASSERT_TRUE(publish::nginx_configuration(LR"(\\?\unix\srv\a "b")", 1, text, failure));
+  ASSERT_TRUE(publish::nginx_configuration(publish::path_of("/srv/a \"b\""), 1, text, failure));
   EXPECT_THAT(text, HasSubstr(R"(alias "/srv/a \"b\"/";)"));
-  ASSERT_TRUE(publish::nginx_configuration(L"C:\\my site", 1, text, failure));
+  ASSERT_TRUE(publish::nginx_configuration(publish::path_of("C:/my site"), 1, text, failure));
   EXPECT_THAT(text, HasSubstr(R"(alias "C:/my site/files/";)"));
 }
 

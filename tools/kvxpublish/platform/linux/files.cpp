@@ -2,14 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
 #include "foundations/unique_handle.h"
 
@@ -75,12 +76,6 @@ void flush_folder_of(const fs::path& path) {
   if (folder) static_cast<void>(::fsync(folder.get()));
 }
 
-bool write_new(const fs::path& path, std::string_view bytes, int flags, mode_t mode, std::string& reason) {
-  const Descriptor file = open_file(path, O_WRONLY | O_CREAT | flags, mode);
-  if (!file) return failed(errno, reason);
-  return write_all(file.get(), bytes.data(), bytes.size(), reason) && flush(file.get(), reason);
-}
-
 }  // namespace
 
 bool is_file(const fs::path& path) {
@@ -114,7 +109,8 @@ bool file_stamp(const fs::path& path, FileStamp& stamp) {
 bool list_folder(const fs::path& folder, std::vector<FolderEntry>& entries, std::string& reason) {
   entries.clear();
   const std::unique_ptr<DIR, int (*)(DIR*)> search(::opendir(folder.c_str()), ::closedir);
-  if (!search) return errno == ENOENT || errno == ENOTDIR || failed(errno, reason);
+  const int descriptor = search ? ::dirfd(search.get()) : -1;
+  if (descriptor < 0) return errno == ENOENT || failed(errno, reason);
   for (;;) {
     errno = 0;
     const dirent* entry = ::readdir(search.get());
@@ -122,8 +118,10 @@ bool list_folder(const fs::path& folder, std::vector<FolderEntry>& entries, std:
     const std::string_view name = entry->d_name;
     struct stat found {};
     if (name == "." || name == "..") continue;
-    // What has just been deleted is not there.
-    if (::fstatat(::dirfd(search.get()), entry->d_name, &found, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (::fstatat(descriptor, entry->d_name, &found, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) continue;  // deleted just now
+      return failed(errno, reason);
+    }
     entries.push_back({fs::path(name), kind_of(found), stamp_of(found)});
   }
   if (errno != 0) return failed(errno, reason);
@@ -136,7 +134,7 @@ bool read_file(const fs::path& path, uint64_t limit, std::string& bytes) {
   const Descriptor file = open_file(path, O_RDONLY);
   struct stat found {};
   if (!file || ::fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return false;
-  if (static_cast<uint64_t>(found.st_size) > limit) return false;
+  if (std::cmp_greater(found.st_size, limit)) return false;
   bytes.resize(static_cast<size_t>(found.st_size));
   for (size_t position = 0; position < bytes.size();) {
     const ssize_t got = ::read(file.get(), bytes.data() + position, bytes.size() - position);
@@ -153,7 +151,10 @@ bool read_file(const fs::path& path, uint64_t limit, std::string& bytes) {
 bool write_file_atomic(const fs::path& path, std::string_view bytes, std::string& reason) {
   fs::path sibling = path;
   sibling += ".tmp";
-  if (write_new(sibling, bytes, O_TRUNC, usual_mode, reason) && move_file(sibling, path, reason)) {
+  const Descriptor file = open_file(sibling, O_WRONLY | O_CREAT | O_TRUNC, usual_mode);
+  if (!file) return failed(errno, reason);
+  if (write_all(file.get(), bytes.data(), bytes.size(), reason) && flush(file.get(), reason) &&
+      move_file(sibling, path, reason)) {
     flush_folder_of(path);
     return true;
   }
@@ -161,8 +162,18 @@ bool write_file_atomic(const fs::path& path, std::string_view bytes, std::string
   return false;
 }
 
-bool write_secret_file(const fs::path& path, std::string_view bytes, std::string& reason) {
-  return write_new(path, bytes, O_EXCL, secret_mode, reason);
+bool write_new_file(const fs::path& path, std::string_view bytes, NewFileRights rights, bool& exists,
+                    std::string& reason) {
+  const Descriptor file =
+      open_file(path, O_WRONLY | O_CREAT | O_EXCL, rights == NewFileRights::owner_only ? secret_mode : usual_mode);
+  exists = !file && errno == EEXIST;
+  if (!file) return failed(errno, reason);
+  if (write_all(file.get(), bytes.data(), bytes.size(), reason) && flush(file.get(), reason)) {
+    flush_folder_of(path);
+    return true;
+  }
+  discard_file(path);
+  return false;
 }
 
 bool move_file(const fs::path& from, const fs::path& to, std::string& reason) {
@@ -171,6 +182,11 @@ bool move_file(const fs::path& from, const fs::path& to, std::string& reason) {
 
 bool delete_file(const fs::path& path, std::string& reason) {
   return ::unlink(path.c_str()) == 0 || errno == ENOENT || failed(errno, reason);
+}
+
+bool flush_file_system(const fs::path& folder, std::string& reason) {
+  const Descriptor opened = open_file(folder, O_RDONLY | O_DIRECTORY);
+  return (opened && ::syncfs(opened.get()) == 0) || failed(errno, reason);
 }
 
 void discard_file(const fs::path& path) { static_cast<void>(::unlink(path.c_str())); }
@@ -193,16 +209,19 @@ InputFile::InputFile() : handle_(std::make_unique<Handle>()) {}
 InputFile::~InputFile() = default;
 
 bool InputFile::open(const fs::path& path, FileKind& kind, std::string& reason) {
-  handle_->file = open_file(path, O_RDONLY);
-  if (!handle_->file) {
-    kind = errno == ENOENT || errno == ENOTDIR ? FileKind::missing : FileKind::other;
-    return failed(errno, reason);
+  Descriptor file = open_file(path, O_RDONLY);
+  if (!file) {
+    const int error = errno;
+    kind = error == ENOENT || error == ENOTDIR ? FileKind::missing : FileKind::other;
+    return failed(error, reason);
   }
   struct stat found {};
-  if (::fstat(handle_->file.get(), &found) != 0) return failed(errno, reason);
+  kind = FileKind::other;
+  if (::fstat(file.get(), &found) != 0) return failed(errno, reason);
   kind = kind_of(found);
   if (kind == FileKind::folder) return failed(EISDIR, reason);
-  static_cast<void>(::posix_fadvise(handle_->file.get(), 0, 0, POSIX_FADV_SEQUENTIAL));
+  static_cast<void>(::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL));
+  handle_->file = std::move(file);
   return true;
 }
 
@@ -262,6 +281,7 @@ bool LockFile::acquire(const fs::path& path, bool& is_held, std::string& reason)
   is_held = false;
   for (;;) {
     Descriptor file = open_file(path, O_RDWR | O_CREAT, usual_mode);
+    if (!file && errno == EACCES) file = open_file(path, O_RDONLY);  // another user's, which can be locked all the same
     if (!file) return failed(errno, reason);
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
       is_held = errno == EWOULDBLOCK;
@@ -271,7 +291,9 @@ bool LockFile::acquire(const fs::path& path, bool& is_held, std::string& reason)
     struct stat held {};
     struct stat named {};
     if (::fstat(file.get(), &held) != 0) return failed(errno, reason);
-    if (::stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino || held.st_dev != named.st_dev) continue;
+    const bool is_named = ::stat(path.c_str(), &named) == 0;
+    if (!is_named && errno != ENOENT) return failed(errno, reason);
+    if (!is_named || held.st_ino != named.st_ino || held.st_dev != named.st_dev) continue;
     handle_->file = std::move(file);
     handle_->path = path;
     return true;

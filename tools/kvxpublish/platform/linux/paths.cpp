@@ -6,7 +6,7 @@ namespace kvx::publish {
 
 std::string path_text(const fs::path& path) { return path.native(); }
 
-fs::path path_of(std::string_view text) { return fs::path(text); }
+fs::path path_of(std::string_view text) { return {text}; }
 
 fs::path given_path(const std::string& path) {
   if (path.empty()) return {};

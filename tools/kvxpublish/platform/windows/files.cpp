@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 
 #include "foundations/error_text.h"
 #include "foundations/files.h"
@@ -33,6 +34,38 @@ FolderEntry entry_of(const WIN32_FIND_DATAW& data) {
                     join_words(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)}};
 }
 
+// Rights on a file for the user who runs this program and for nobody else, whatever its folder grants.
+class OwnerOnly {
+ public:
+  // False when the system does not tell who that is.
+  [[nodiscard]] bool prepare() {
+    HANDLE opened = nullptr;
+    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened) == 0) return false;
+    const KernelHandle token(opened);
+    DWORD size = 0;
+    return GetTokenInformation(token.get(), TokenUser, &user_, sizeof(user_), &size) != 0 &&
+           InitializeAcl(&list_.acl, sizeof(list_), ACL_REVISION) != 0 &&
+           AddAccessAllowedAce(&list_.acl, ACL_REVISION, FILE_ALL_ACCESS, user_.token_user.User.Sid) != 0 &&
+           InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) != 0 &&
+           SetSecurityDescriptorDacl(&descriptor_, TRUE, &list_.acl, FALSE) != 0 &&
+           SetSecurityDescriptorControl(&descriptor_, SE_DACL_PROTECTED, SE_DACL_PROTECTED) != 0;
+  }
+
+  [[nodiscard]] SECURITY_ATTRIBUTES* attributes() { return &attributes_; }
+
+ private:
+  struct {
+    TOKEN_USER token_user;
+    std::array<uint8_t, SECURITY_MAX_SID_SIZE> sid;
+  } user_{};
+  struct {
+    ACL acl;
+    std::array<uint8_t, sizeof(ACCESS_ALLOWED_ACE) + SECURITY_MAX_SID_SIZE> entry;
+  } list_{};
+  SECURITY_DESCRIPTOR descriptor_{};
+  SECURITY_ATTRIBUTES attributes_{sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
+};
+
 }  // namespace
 
 bool is_file(const fs::path& path) { return kvx::is_file(path.native()); }
@@ -49,7 +82,7 @@ bool file_stamp(const fs::path& path, FileStamp& stamp, FileKind& kind, std::str
   kind = kind_of(data.dwFileAttributes);
   if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     kind = FileKind::folder;
-    return failed(ERROR_DIRECTORY_NOT_SUPPORTED, reason);
+    return failed(ERROR_ACCESS_DENIED, reason);
   }
   stamp = {join_words(data.nFileSizeHigh, data.nFileSizeLow),
            join_words(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
@@ -89,6 +122,23 @@ bool write_file_atomic(const fs::path& path, std::string_view bytes, std::string
   return kvx::write_file_atomic(path.native(), std::string(bytes), error) || failed(error, reason);
 }
 
+bool write_new_file(const fs::path& path, std::string_view bytes, NewFileRights rights, bool& exists,
+                    std::string& reason) {
+  exists = false;
+  OwnerOnly owner_only;
+  if (rights == NewFileRights::owner_only && !owner_only.prepare()) return failed(GetLastError(), reason);
+  SECURITY_ATTRIBUTES* const attributes = rights == NewFileRights::owner_only ? owner_only.attributes() : nullptr;
+  FileHandle file(CreateFileW(long_path(path.native()).c_str(), GENERIC_WRITE, 0, attributes, CREATE_NEW,
+                              FILE_ATTRIBUTE_NORMAL, nullptr));
+  uint32_t error = file ? 0 : GetLastError();
+  exists = error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
+  if (!file) return failed(error, reason);
+  if (write_all(file.get(), bytes.data(), bytes.size(), error) && flush_to_disk(file.get(), error)) return true;
+  file.reset();
+  discard_file(path);
+  return failed(error, reason);
+}
+
 bool move_file(const fs::path& from, const fs::path& to, std::string& reason) {
   uint32_t error = 0;
   return kvx::move_file(from.native(), to.native(), error) || failed(error, reason);
@@ -98,6 +148,8 @@ bool delete_file(const fs::path& path, std::string& reason) {
   uint32_t error = 0;
   return kvx::delete_file(path.native(), error) || failed(error, reason);
 }
+
+bool flush_file_system(const fs::path& /*folder*/, std::string& /*reason*/) { return true; }
 
 void discard_file(const fs::path& path) {
   uint32_t ignored = 0;
@@ -127,7 +179,8 @@ bool InputFile::open(const fs::path& path, FileKind& kind, std::string& reason) 
   kind = FileKind::file;
   if (handle_->file) return true;
   const uint32_t error = GetLastError();
-  kind = is_missing(error) ? FileKind::missing : is_folder(path) ? FileKind::folder : FileKind::other;
+  kind = is_folder(path) ? FileKind::folder : FileKind::other;
+  if (is_missing(error)) kind = FileKind::missing;
   return failed(error, reason);
 }
 
@@ -182,6 +235,7 @@ LockFile::LockFile() : handle_(std::make_unique<Handle>()) {}
 LockFile::~LockFile() = default;
 
 bool LockFile::acquire(const fs::path& path, bool& is_held, std::string& reason) {
+  is_held = false;
   handle_->file.reset(CreateFileW(long_path(path.native()).c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
   if (handle_->file) return true;

@@ -14,6 +14,7 @@ namespace kvx::publish {
 namespace {
 
 std::atomic<bool> stop_asked{false};
+UINT former_code_page = 0;  // that the console had before the program; 0 without a console
 
 // Runs on a thread of the system's. Not handling the second Ctrl+C lets the system end the program.
 BOOL WINAPI take_ctrl_c(DWORD event) {
@@ -63,7 +64,8 @@ void write_coloured(HANDLE console, std::string_view text) {
 
 }  // namespace
 
-SystemConsole::SystemConsole() : former_code_page_(GetConsoleOutputCP()) {
+SystemConsole::SystemConsole() {
+  former_code_page = GetConsoleOutputCP();
   SetConsoleOutputCP(CP_UTF8);
   // No carriage returns: the output is for scripts too.
   static_cast<void>(_setmode(_fileno(stdout), _O_BINARY));
@@ -76,7 +78,7 @@ SystemConsole::SystemConsole() : former_code_page_(GetConsoleOutputCP()) {
 
 SystemConsole::~SystemConsole() {
   SetConsoleCtrlHandler(take_ctrl_c, FALSE);
-  if (former_code_page_ != 0) SetConsoleOutputCP(former_code_page_);
+  if (former_code_page != 0) SetConsoleOutputCP(former_code_page);
 }
 
 void SystemConsole::write_data(std::string_view text) { write_bytes(stdout, text); }

@@ -4,6 +4,7 @@
 #include <bcrypt.h>
 
 #include "manifest/bcrypt_handles.h"
+#include "tools/kvxpublish/keys/wipe.h"
 
 namespace kvx::publish {
 namespace {
@@ -32,7 +33,7 @@ bool export_key(const KeyHandle& pair, PrivateKey& key) {
                                         sizeof(blob), &written, 0) == 0 &&
                         written == sizeof(blob) && blob.header.cbKey == coordinate_bytes;
   key = {blob.scalar, blob.point};
-  SecureZeroMemory(&blob, sizeof(blob));
+  wipe(&blob, sizeof(blob));
   return exported;
 }
 
@@ -54,7 +55,7 @@ bool sign_digest(Sha256Digest digest, const PrivateKey& key, std::array<uint8_t,
   BCRYPT_KEY_HANDLE imported = nullptr;
   const NTSTATUS status = BCryptImportKeyPair(provider.get(), nullptr, BCRYPT_ECCPRIVATE_BLOB, &imported,
                                               reinterpret_cast<UCHAR*>(&blob), sizeof(blob), 0);
-  SecureZeroMemory(&blob, sizeof(blob));
+  wipe(&blob, sizeof(blob));
   if (status != 0) return false;
   const KeyHandle private_key(imported);
   ULONG written = 0;
