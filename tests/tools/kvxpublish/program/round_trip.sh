@@ -123,7 +123,8 @@ step "1.0 on test"
 pack 1.0 test --key "$keys/primary.pem"
 publish test
 start_server
-"$root/scripts/wine_run.sh" "$KVX_BUILD/trust_ca.exe" "Z:$PWD/web root-server/authority.pem"
+"$root/scripts/wine_run.sh" "${launcher%/*}/trust_ca.exe" "Z:$PWD/web root-server/authority.pem"
+export SSL_CERT_FILE="$PWD/web root-server/authority.pem"
 verify test 1.0 1 primary
 play tester test 1.0
 
